@@ -1,0 +1,62 @@
+# Helpers that give every target of ours the same warnings and layout rules.
+
+set(ZELD_WARNINGS -Wall -Wextra -Werror)
+file(WRITE ${CMAKE_BINARY_DIR}/fuzzers.txt "")
+
+# zeld_library(name SOURCES ... [PUBLIC_INCLUDE dirs] [DEPS targets])
+function(zeld_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_INCLUDE;DEPS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_compile_options(${name} PRIVATE ${ZELD_WARNINGS})
+  if(ARG_PUBLIC_INCLUDE)
+    target_include_directories(${name} PUBLIC ${ARG_PUBLIC_INCLUDE})
+  endif()
+  if(ARG_DEPS)
+    target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+  endif()
+endfunction()
+
+# zeld_test(name SOURCES ... [DEPS targets])
+# Every case runs in its own process (gtest_discover_tests): the task manager's
+# reaper state is process-wide.
+function(zeld_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  if(NOT ZELD_TESTS)
+    return()
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_compile_options(${name} PRIVATE ${ZELD_WARNINGS})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} zeld_test_support GTest::gtest GTest::gmock GTest::gtest_main Threads::Threads)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
+
+# zeld_tool(name SOURCES ... [DEPS targets]): a helper program, e.g. a peer process for tests.
+function(zeld_tool name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_compile_options(${name} PRIVATE ${ZELD_WARNINGS})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} Threads::Threads)
+endfunction()
+
+# zeld_fuzzer(name SOURCES ... [DEPS targets] [CORPUS dir])
+# Built only with ZELD_FUZZ (clang). CI runs every registered fuzzer for a
+# fixed time over its seed corpus; the list is written to fuzzers.txt.
+function(zeld_fuzzer name)
+  cmake_parse_arguments(ARG "" "CORPUS" "SOURCES;DEPS" ${ARGN})
+  if(NOT ZELD_FUZZ)
+    return()
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_compile_options(${name} PRIVATE ${ZELD_WARNINGS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS})
+  file(APPEND ${CMAKE_BINARY_DIR}/fuzzers.txt "${name} ${ARG_CORPUS}\n")
+endfunction()
+
+# zeld_benchmark(name SOURCES ... [DEPS targets])
+function(zeld_benchmark name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_compile_options(${name} PRIVATE ${ZELD_WARNINGS})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} benchmark::benchmark Threads::Threads)
+endfunction()
