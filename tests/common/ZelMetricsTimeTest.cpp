@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "ZelMetrics.h"
+#include "ZelMetricsRecorder.h"
+#include "ZelTime.h"
+
+TEST(ZelMetrics, FactoryBuildsContextsAndObserverSeesEveryCount) {
+    const ZelMetricsFactory factory = makeZelMetricsFactory(kZelMetricsModuleTaskManager);
+    const ZelMetrics metrics = factory();
+    EXPECT_EQ(metrics.programName, "ZelDaemon");
+    EXPECT_EQ(metrics.moduleName, "TaskManager");
+    EXPECT_EQ(metrics.configPath, "system/etc/ZeldHelvarConfig.json");
+
+    factory().addCount("InvalidTaskCount", 1);  // no observer: no effect, no crash
+
+    ZelMetricsRecorder recorder;
+    const ZelMetricsFactory listener = makeZelMetricsFactory(kZelMetricsModuleActivityListener);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 250; ++i) factory().addCount("InvalidTaskCount", 1);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    listener().addCount("TaskStartRequestTime", 17);
+    listener().addCount("TaskStartRequestTime", 3);
+
+    EXPECT_EQ(recorder.total("TaskManager", "InvalidTaskCount"), 1000);
+    EXPECT_EQ(recorder.total("ActivityListener", "InvalidTaskCount"), 0);
+    EXPECT_EQ(recorder.total("ActivityListener", "TaskStartRequestTime"), 20);
+    EXPECT_EQ(recorder.calls("ActivityListener", "TaskStartRequestTime"), 2);
+}
+
+namespace {
+int64_t gFakeNanos = 0;
+int64_t fakeClock() { return gFakeNanos; }
+}  // namespace
+
+TEST(ZelTime, WholeSecondsAndTruncatedMillisecondsFromAReplaceableClock) {
+    ZelTime::setMonotonicSource(fakeClock);
+    gFakeNanos = 4'999'999'999;
+    EXPECT_EQ(ZelTime::monotonicSeconds(), 4);
+    const int64_t start = ZelTime::monotonicNanos();
+    gFakeNanos += 1'999'999;
+    EXPECT_EQ(ZelTime::elapsedMillis(start), 1);
+    gFakeNanos += 1;
+    EXPECT_EQ(ZelTime::elapsedMillis(start), 2);
+    EXPECT_EQ(ZelTime::monotonicSeconds(), 5);
+
+    ZelTime::setMonotonicSource(nullptr);
+    const int64_t real = ZelTime::monotonicSeconds();
+    EXPECT_GE(ZelTime::monotonicSeconds(), real);
+    EXPECT_NE(ZelTime::monotonicNanos(), gFakeNanos);
+}
