@@ -1,0 +1,72 @@
+#include "PolicyTestLoad.h"
+
+#include <log/log.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+char levelLetter(int priority) {
+    switch (priority) {
+        case ANDROID_LOG_DEBUG: return 'D';
+        case ANDROID_LOG_INFO: return 'I';
+        case ANDROID_LOG_WARN: return 'W';
+        case ANDROID_LOG_ERROR: return 'E';
+        default: return '?';
+    }
+}
+
+template <typename Load>
+PolicyTestLoad runLoad(Load load) {
+    zel::hostlog::ZelLogCapture capture;
+    PolicyTestLoad result;
+    result.policy = std::make_shared<ZelPolicy>();
+    result.accepted = load(*result.policy);
+    result.log = policyLogLines(capture);
+    return result;
+}
+
+}  // namespace
+
+std::vector<std::string> policyLogLines(const zel::hostlog::ZelLogCapture& capture,
+                                        bool withFunction) {
+    std::vector<std::string> lines;
+    for (const auto& line : capture.lines()) {
+        const std::string& message = line.message;
+        const auto dash = message.find(" - ");
+        std::string text(1, levelLetter(line.priority));
+        text += ' ';
+        if (withFunction && dash != std::string::npos) {
+            const auto lineColon = message.rfind(':', dash);
+            text += message.substr(0, lineColon) + " - ";
+        }
+        text += dash == std::string::npos ? message : message.substr(dash + 3);
+        lines.push_back(text);
+    }
+    return lines;
+}
+
+PolicyTestLoad loadPolicyText(const std::string& text) {
+    return runLoad([&](ZelPolicy& policy) { return policy.processJsonPolicyFromBuffer(text); });
+}
+
+PolicyTestLoad loadPolicyFile(const std::string& path) {
+    return runLoad([&](ZelPolicy& policy) { return policy.processJsonPolicyFromFile(path); });
+}
+
+std::string policyWithRules(const std::string& rules) {
+    return R"({"version": 1.0,
+      "eventGroups": [{"groupName": "g", "groupId": 3,
+                       "events": [{"eventName": "e", "eventId": 1}]}],
+      "components": [{"identifier": "c", "processName": "p",
+                      "tasks": [{"identifier": "t", "priorityType": "normal"}]}],
+      "rules": )" + rules + "}";
+}
+
+std::string readTextFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}

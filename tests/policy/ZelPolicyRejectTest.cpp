@@ -1,0 +1,286 @@
+// Documents the loader refuses: each gives its one message at its level, and
+// the complete log shows that nothing after the first fault was read.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <rapidjson/document.h>
+
+#include "PolicyTestLoad.h"
+
+using ::testing::ElementsAreArray;
+
+namespace {
+
+struct Refusal {
+    const char* what;
+    std::string document;
+    std::vector<std::string> log;  // the complete log of the load
+};
+
+void expectRefusals(const std::vector<Refusal>& cases) {
+    for (const Refusal& refusal : cases) {
+        SCOPED_TRACE(refusal.what);
+        const PolicyTestLoad load = loadPolicyText(refusal.document);
+        EXPECT_FALSE(load.accepted);
+        EXPECT_THAT(load.log, ElementsAreArray(refusal.log));
+    }
+}
+
+std::vector<std::string> plus(std::vector<std::string> head, const std::vector<std::string>& tail) {
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+}
+
+std::string sections(const std::string& groups, const std::string& components,
+                     const std::string& rules = "[]") {
+    return R"({"version": 1.0, "eventGroups": )" + groups + R"(, "components": )" + components +
+           R"(, "rules": )" + rules + "}";
+}
+
+// What policyWithRules() logs before its rules.
+const std::vector<std::string> kBaseLog = {
+        "D Added event group (g, 3)", "D Added event (e, 1) to eventGroup g",
+        "I Parsed eventGroups and events", "I Added component (c, p)",
+        "D Added task (t, normal) to component c"};
+
+const std::string kValidRule =
+        R"({"name": "later", "identifier": {"componentId": "c", "taskId": "t"},
+            "actions": [{"message": "ZEL_TASK_STARTED",
+                         "events": [{"eventGroup": "g", "eventName": "e"}]}]})";
+
+}  // namespace
+
+TEST(ZelPolicyRejectTest, UnparsableTextOrBadVersion) {
+    const std::string format = "E Invalid ZEL policy file format";
+    const std::string version = "E ZEL policy doc is missing version";
+    const std::string tail = R"(, "eventGroups": [], "components": [], "rules": []})";
+    expectRefusals({
+            {"empty text", "", {format}},
+            {"root array", "[]", {format}},
+            {"root string", "\"policy\"", {format}},
+            {"comment", "{\"version\": 1.0 /* one */" + tail, {format}},
+            {"trailing comma", R"({"version": 1.0, "eventGroups": [], "components": [], "rules": [],})",
+             {format}},
+            {"NaN", R"({"version": NaN)" + tail, {format}},
+            {"text after the root", R"({"version": 1.0)" + tail + " {}", {format}},
+            {"raw control character", "{\"version\": 1.0, \"x\": \"a\tb\"" + tail, {format}},
+            {"NUL before the end", std::string("{\"version\": 1.0\0", 16) + tail, {format}},
+            {"no version", R"({"eventGroups": [], "components": [], "rules": []})", {version}},
+            {"integer version", R"({"version": 1)" + tail, {version}},
+            {"string version", R"({"version": "1.0")" + tail, {version}},
+            {"Version in capitals", R"({"Version": 1.0)" + tail, {version}},
+            {"version 2.0 is silent", R"({"version": 2.0)" + tail, {}},
+            {"version 1.1 is silent", R"({"version": 1.1)" + tail, {}},
+            {"silent even with bad sections", R"({"version": 0.5, "rules": 7})", {}},
+    });
+}
+
+TEST(ZelPolicyRejectTest, MissingOrMistypedSections) {
+    const std::string none = "E ZEL policy doc has no events, components, or rules";
+    const std::string goodGroups = R"([{"groupName": "g", "groupId": 1, "events": []}])";
+    expectRefusals({
+            // All three are tested before the first group is read.
+            {"no rules", R"({"version": 1.0, "eventGroups": )" + goodGroups +
+                                 R"(, "components": []})", {none}},
+            {"no components", R"({"version": 1.0, "eventGroups": [], "rules": []})", {none}},
+            {"no groups", R"({"version": 1.0, "components": [], "rules": []})", {none}},
+            {"groups not an array", sections("{}", "[]"),
+             {"E Invalid event group definition in ZEL policy document."}},
+            {"components not an array", sections(goodGroups, "7"),
+             {"D Added event group (g, 1)", "I Parsed eventGroups and events",
+              "E Invalid component definition in ZEL policy document."}},
+            {"rules not an array", sections("[]", "[]", "{}"),
+             {"I Parsed eventGroups and events",
+              "E Invalid rules definition in ZEL policy document."}},
+    });
+}
+
+TEST(ZelPolicyRejectTest, FaultyEventGroupsAndEvents) {
+    const std::string group = "E Invalid event group definition in ZEL policy document.";
+    const std::string event = "E Invalid event definition in ZEL policy document.";
+    // A valid group after the faulty one must never be read.
+    const std::string next = R"(, {"groupName": "next", "groupId": 9, "events": []}])";
+    const std::string first = R"([{"groupName": "a", "groupId": 1, "events": []})";
+    const std::vector<std::string> firstLog = {"D Added event group (a, 1)"};
+    expectRefusals({
+            {"group not an object", sections(first + ", 5" + next, "[]"), plus(firstLog, {group})},
+            {"group without id", sections(first + R"(, {"groupName": "b", "events": []})" + next, "[]"),
+             plus(firstLog, {group})},
+            {"group without name", sections(R"([{"groupId": 2, "events": []}])", "[]"), {group}},
+            {"group name a number", sections(R"([{"groupName": 4, "groupId": 2, "events": []}])", "[]"),
+             {group}},
+            {"group id a fraction", sections(R"([{"groupName": "b", "groupId": 2.5, "events": []}])", "[]"),
+             {group}},
+            {"group id beyond 32 bits",
+             sections(R"([{"groupName": "b", "groupId": 4294967296, "events": []}])", "[]"), {group}},
+            {"group without events", sections(R"([{"groupName": "b", "groupId": 2}])" , "[]"),
+             {"D Added event group (b, 2)", "E Invalid event definition for eventGroup b"}},
+            {"events not an array",
+             sections(R"([{"groupName": "b", "groupId": 2, "events": {}}])", "[]"),
+             {"D Added event group (b, 2)", "E Invalid event definition for eventGroup b"}},
+            {"event without id",
+             sections(R"([{"groupName": "b", "groupId": 2, "events": [
+                          {"eventName": "x", "eventId": 1}, {"eventName": "y"},
+                          {"eventName": "z", "eventId": 3}]}])", "[]"),
+             {"D Added event group (b, 2)", "D Added event (x, 1) to eventGroup b", event}},
+            {"event name not a string",
+             sections(R"([{"groupName": "b", "groupId": 2, "events": [{"eventName": [], "eventId": 1}]}])",
+                      "[]"),
+             {"D Added event group (b, 2)", event}},
+            {"event not an object",
+             sections(R"([{"groupName": "b", "groupId": 2, "events": ["x"]}])", "[]"),
+             {"D Added event group (b, 2)", event}},
+    });
+}
+
+TEST(ZelPolicyRejectTest, FaultyComponentsAndTasks) {
+    const std::string component = "E Invalid component definition in ZEL policy document.";
+    const std::string parsed = "I Parsed eventGroups and events";
+    const std::string taskFault =
+            "E Missing required task object members in ZEL policy document for component c";
+    const std::string next = R"(, {"identifier": "next", "processName": "n", "tasks": []}])";
+    auto withTask = [&](const std::string& task) {
+        return sections("[]", R"([{"identifier": "c", "processName": "p", "tasks": [
+                                    {"identifier": "ok", "priorityType": "x"}, )" +
+                                      task + "]}" + next);
+    };
+    const std::vector<std::string> beforeTask = {parsed, "I Added component (c, p)",
+                                                 "D Added task (ok, x) to component c"};
+    expectRefusals({
+            {"component not an object", sections("[]", "[1" + next), {parsed, component}},
+            {"no processName", sections("[]", R"([{"identifier": "c", "tasks": []})" + next),
+             {parsed, component}},
+            {"no identifier", sections("[]", R"([{"processName": "p", "tasks": []}])"),
+             {parsed, component}},
+            {"identifier a number", sections("[]", R"([{"identifier": 1, "processName": "p", "tasks": []}])"),
+             {parsed, component}},
+            {"start property not a string",
+             sections("[]", R"([{"identifier": "c", "processName": "p", "startProperty": 1, "tasks": []}])"),
+             {parsed, component}},
+            {"stop property null",
+             sections("[]", R"([{"identifier": "c", "processName": "p", "stopProperty": null, "tasks": []}])"),
+             {parsed, component}},
+            {"negative memory requirement",
+             sections("[]", R"([{"identifier": "c", "processName": "p", "memoryRequirement": -1, "tasks": []}])"),
+             {parsed, component}},
+            {"memory requirement a fraction",
+             sections("[]", R"([{"identifier": "c", "processName": "p", "memoryRequirement": 1.5, "tasks": []}])"),
+             {parsed, component}},
+            {"no tasks", sections("[]", R"([{"identifier": "c", "processName": "p"})" + next),
+             {parsed, "I Added component (c, p)", "E Invalid task definition for component c"}},
+            {"tasks an object", sections("[]", R"([{"identifier": "c", "processName": "p", "tasks": {}}])"),
+             {parsed, "I Added component (c, p)", "E Invalid task definition for component c"}},
+            {"task not an object", withTask("3"), plus(beforeTask, {taskFault})},
+            {"task without priority type", withTask(R"({"identifier": "t"})"),
+             plus(beforeTask, {taskFault})},
+            {"task without identifier", withTask(R"({"priorityType": "x"})"),
+             plus(beforeTask, {taskFault})},
+            {"priority type not a string", withTask(R"({"identifier": "t", "priorityType": 1})"),
+             plus(beforeTask, {taskFault})},
+            {"priority value a string",
+             withTask(R"({"identifier": "t", "priorityType": "x", "priorityValue": "1"})"),
+             plus(beforeTask, {taskFault})},
+            {"run time a fraction",
+             withTask(R"({"identifier": "t", "priorityType": "x", "minimumGuaranteedRuntime": 5000.0})"),
+             plus(beforeTask, {taskFault})},
+            {"run time beyond 32 bits",
+             withTask(R"({"identifier": "t", "priorityType": "x", "minimumGuaranteedRuntime": 3000000000})"),
+             plus(beforeTask, {taskFault})},
+    });
+}
+
+TEST(ZelPolicyRejectTest, FaultyRules) {
+    auto rules = [](const std::string& faulty) {
+        return policyWithRules("[" + faulty + ", " + kValidRule + "]");
+    };
+    auto refused = [](const std::vector<std::string>& tail) { return plus(kBaseLog, tail); };
+    const std::string noDeps = "I Rule 'r' definition doesn't has any dependencies defined";
+    auto withAllow = [&](const char* key, const std::string& entries) {
+        return rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": "t"},
+                        "dependencies": {")" + std::string(key) + R"(": )" + entries +
+                     R"(}, "actions": []})");
+    };
+    auto withEvents = [&](const std::string& events) {
+        return rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": "t"},
+                        "actions": [{"message": "ZEL_TASK_STARTED", "events": )" + events + "}]}");
+    };
+    expectRefusals({
+            {"rule not an object", rules("[]"),
+             refused({"E Invalid rule definition in ZEL policy document."})},
+            {"rule name not a string",
+             rules(R"({"name": 5, "identifier": {"componentId": "c", "taskId": "t"}, "actions": []})"),
+             refused({"E Invalid rule definition in ZEL policy document."})},
+            {"no identifier", rules(R"({"name": "r", "actions": []})"),
+             refused({"W Rule 'r' definition does not include indentifier member."})},
+            {"no name and no identifier", rules(R"({"actions": []})"),
+             refused({"W Rule '' definition does not include indentifier member."})},
+            {"identifier a string", rules(R"({"name": "r", "identifier": "c/t", "actions": []})"),
+             refused({"W Rule 'r' definition includes invalid indentifier member."})},
+            {"identifier without task",
+             rules(R"({"name": "r", "identifier": {"componentId": "c"}, "actions": []})"),
+             refused({"W Rule 'r' definition includes invalid indentifier member."})},
+            {"identifier task a number",
+             rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": 1}, "actions": []})"),
+             refused({"W Rule 'r' definition includes invalid indentifier member."})},
+            {"unknown task",
+             rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": "T"}, "actions": []})"),
+             refused({"W Rule 'r' definition includes invalid component:c,task:T"})},
+            {"allow entry without task", withAllow("allowlist", R"([{"componentId": "c"}])"),
+             refused({"W Rule 'r' definition includes invalid allowList member."})},
+            {"allow entry not an object", withAllow("allowlist", R"(["c/t"])"),
+             refused({"W Rule 'r' definition includes invalid allowList member."})},
+            {"allow entry unknown",
+             withAllow("allowlist", R"([{"componentId": "c", "taskId": "t"}, {"componentId": "x", "taskId": "t"}])"),
+             refused({"I Comp:c, Task:t depends on Comp:c, Task:t",
+                      "W Rule 'r' definition includes invalid allowList component/task(x,t)"})},
+            {"deny entry malformed", withAllow("denylist", R"([{"taskId": "t"}])"),
+             refused({"I Rule 'r' definition doesn't include allowList member.",
+                      "W Rule 'r' definition includes invalid denyList member."})},
+            {"deny entry unknown", withAllow("denylist", R"([{"componentId": "c", "taskId": "u"}])"),
+             refused({"I Rule 'r' definition doesn't include allowList member.",
+                      "W Rule 'r' definition includes invalid denyList component/task(c,u)"})},
+            {"no actions",
+             rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": "t"}})"),
+             refused({noDeps, "W Rule 'r' definition includes invalid actions member."})},
+            {"actions an object",
+             rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": "t"}, "actions": {}})"),
+             refused({noDeps, "W Rule 'r' definition includes invalid actions member."})},
+            {"action message not a string",
+             rules(R"({"name": "r", "identifier": {"componentId": "c", "taskId": "t"},
+                       "actions": [{"message": 1, "events": []}]})"),
+             refused({noDeps, "W Rule 'r' definition doesn't includes actions member."})},
+            {"unknown event group",
+             withEvents(R"([{"eventGroup": "g", "eventName": "e"}, {"eventGroup": "G", "eventName": "e"}])"),
+             refused({noDeps, "D Added start event (g, e) to 't'",
+                      "W Action 'ZEL_TASK_STARTED' definition includes invalid event group 'G'."})},
+            {"unknown event", withEvents(R"([{"eventGroup": "g", "eventName": "E"}])"),
+             refused({noDeps, "W Action 'ZEL_TASK_STARTED' definition includes invalid event 'E'."})},
+            {"event name not a string", withEvents(R"([{"eventGroup": "g", "eventName": 1}])"),
+             refused({noDeps, "W Action 'ZEL_TASK_STARTED' definition includes invalid event."})},
+    });
+}
+
+TEST(ZelPolicyRejectTest, RefusedLoadStopsFillingTheModel) {
+    const PolicyTestLoad load = loadPolicyText(sections(
+            R"([{"groupName": "a", "groupId": 1, "events": []}])",
+            R"([{"identifier": "c", "processName": "p", "tasks": [{"identifier": "t", "priorityType": "x"}]},
+                {"identifier": "d", "processName": "q", "tasks": [{"identifier": "u"}]},
+                {"identifier": "e", "processName": "r", "tasks": []}])"));
+    ASSERT_FALSE(load.accepted);
+    // What came before the fault stays in the discarded model; nothing after.
+    EXPECT_EQ(load.policy->eventGroups.count("a"), 1u);
+    EXPECT_EQ(load.policy->components.count("d"), 1u);
+    EXPECT_EQ(load.policy->components.count("e"), 0u);
+    EXPECT_EQ(load.policy->taskTable->size(), 1u);
+}
+
+TEST(ZelPolicyRejectTest, WalkOfANonObjectDocumentIsRefused) {
+    zel::hostlog::ZelLogCapture capture;
+    rapidjson::Document document;
+    document.Parse("[1, 2]");
+    ZelPolicy policy;
+    EXPECT_FALSE(policy.processJsonPolicy_v1_0(document));
+    EXPECT_THAT(policyLogLines(capture),
+                ElementsAreArray({"E ZEL policy doc has no events, components, or rules"}));
+}
