@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "LockedTaskMap.h"
+#include "PolicyEvent.h"
+#include "PolicyTaskKey.h"
+#include "ZelEventDispatcherInterface.h"
+#include "ZelPolicyEngine.h"
+#include "ZelReaperSync.h"
+#include "ZelResourceStatus.h"
+#include "ZelTask.h"
+
+// Decides when tasks may start, tracks them until they end, preempts them
+// under memory pressure and reaps those that overrun their run time.
+//
+// No lock spans the manager. Lock order where locks nest: gReaperMutex, then
+// mStoppedTaskLock, then one table mutex, then one record mutex. The tables
+// and the stopped list are public so that owners (tests, diagnostics) can
+// inspect them; only the manager's operations change them.
+class ZelTaskManager {
+public:
+    // Result codes of the operations.
+    static constexpr int32_t kResultSuccess = 0;
+    static constexpr int32_t kResultInvalidTask = 3;
+    static constexpr int32_t kResultTokenMismatch = 4;
+    static constexpr int32_t kResultInvalidState = 5;
+    static constexpr int32_t kResultPublishFailed = 7;
+
+    // requestType of a client request (and of a dependency without a record);
+    // a record made for it guarantees its run time.
+    static constexpr int32_t kClientRequestType = 2;
+    // requestType of the auto-start requests made after a resource report.
+    static constexpr int32_t kAutoStartRequestType = 1;
+
+    // Loads the policy, builds the manager and starts the process's one
+    // reaper thread (a second call terminates the process). Empty when the
+    // policy cannot be loaded.
+    static std::shared_ptr<ZelTaskManager> create(
+            const std::string& policyFilePath,
+            std::shared_ptr<ZelEventDispatcherInterface> eventDispatcher);
+
+    // Subscribes to the memory report; the dispatcher must not deliver to a
+    // manager that has been destroyed.
+    ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> eventDispatcher,
+                   std::shared_ptr<ZelPolicyEngine> policyEngine);
+    ZelTaskManager(const ZelTaskManager&) = delete;
+    ZelTaskManager& operator=(const ZelTaskManager&) = delete;
+
+    // 0 when processed (the decision is in the record's state, or in its
+    // absence), 3 for a task the policy does not know.
+    int32_t taskStartRequested(const std::string& compId, const std::string& taskId,
+                               bool notify, int32_t duration,
+                               std::shared_ptr<ZelIpcContext> taskContext,
+                               ZelTaskCallback callback, int32_t requestType);
+    // 1 when the task may start now, 0 otherwise.
+    int32_t checkTaskStartDependencies(const std::shared_ptr<ZelTask>& task,
+                                       int32_t requestType);
+    int32_t taskStarted(const std::string& compId, const std::string& taskId, uint32_t token,
+                        int32_t duration, std::shared_ptr<ZelIpcContext> taskContext,
+                        int32_t requestType, bool startProcess);
+    // The client's completion: taskCompletedInternal(compId, taskId, false).
+    int32_t taskCompleted(const std::string& compId, const std::string& taskId);
+    int32_t taskCompletedInternal(const std::string& compId, const std::string& taskId,
+                                  bool fromReaper);
+    void clearStoppedTasks();
+
+    void onResourceStatusEvent(const ResourceStatusRecord* record);
+    void TaskStatusUpdateOnResourceStatusUpdate();
+
+    // The reaper thread's body and one purge.
+    static void reaperFunc(ZelTaskManager* manager);
+    static void clearList(ZelTaskManager* manager);
+
+    std::shared_ptr<ZelTask> getTask(const std::string& compId, const std::string& taskId);
+    // Asks the reaper to exit and joins it; see docs/task-manager.md for when
+    // the reaper does not see the request.
+    void stop();
+
+    std::shared_ptr<ZelEventDispatcherInterface> mEventDispatcher;
+    std::shared_ptr<ZelPolicyEngine> mPolicyEngine;
+    std::shared_ptr<LockedTaskMap> mTaskList;         // every known record
+    std::shared_ptr<LockedTaskMap> mRunningTaskList;  // reported started, not completed
+    std::shared_ptr<LockedTaskMap> mPendingTaskList;  // waiting for a deferred decision
+    std::list<TaskKey> mStoppedTaskList;              // guarded by mStoppedTaskLock
+    std::mutex mStoppedTaskLock;                      // leaf below gReaperMutex
+    std::shared_ptr<ZelResourceStatus> mResourceStatus;
+
+private:
+    // Publishes through the dispatcher; without one only an empty list succeeds.
+    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first, int32_t second);
+    // Removes every entry equal to key from mStoppedTaskList.
+    void removeFromStoppedTasks(const TaskKey& key);
+    bool hasStoppedTasks();
+    // Grants the pending starts that the dependency check now allows and
+    // answers their requesters.
+    void approvePendingTasks();
+};

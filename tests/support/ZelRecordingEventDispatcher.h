@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "ZelEventDispatcherInterface.h"
+
+// A dispatcher stand-in that records what the daemon publishes and
+// subscribes to, answers publications with a result the test sets, and
+// delivers events to the subscribed in-process functions as the real
+// dispatcher does (lookup under its lock, call outside it).
+class ZelRecordingEventDispatcher : public ZelEventDispatcherInterface {
+public:
+    struct Publication {
+        std::vector<PolicyEvent> events;
+        int32_t first;
+        int32_t second;
+    };
+
+    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
+                       int32_t second) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        mPublications.push_back({events, first, second});
+        return mPublishResult;
+    }
+
+    bool subscribeEvent(uint8_t groupId, int32_t eventId, EventCallback callback) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        mSubscriptions.emplace_back(groupId, eventId);
+        mCallbacks.emplace(std::make_pair(groupId, eventId), std::move(callback));
+        return mSubscribeResult;
+    }
+
+    bool unsubscribeEvents(const std::vector<std::pair<uint8_t, int32_t>>& events) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        for (const auto& event : events) mCallbacks.erase(event);
+        return true;
+    }
+
+    void stop() override {}
+
+    void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override {
+        EventCallback callback;
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            auto it = mCallbacks.find({groupId, eventId});
+            if (it == mCallbacks.end()) return;
+            callback = it->second;
+        }
+        callback(data);
+    }
+
+    // Delivers a resource monitor memory report to the (1, 1) subscriber.
+    void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value,
+                             uint64_t criticalThreshold) {
+        const ResourceStatusRecord record{resourceType, status, value, criticalThreshold};
+        invokeEventCallback(1, 1, &record);
+    }
+
+    void setPublishResult(bool result) {
+        std::lock_guard<std::mutex> guard(mLock);
+        mPublishResult = result;
+    }
+    // Must be set before the subscriber is constructed.
+    void setSubscribeResult(bool result) {
+        std::lock_guard<std::mutex> guard(mLock);
+        mSubscribeResult = result;
+    }
+    std::vector<Publication> publications() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mPublications;
+    }
+    void clearPublications() {
+        std::lock_guard<std::mutex> guard(mLock);
+        mPublications.clear();
+    }
+    std::vector<std::pair<uint8_t, int32_t>> subscriptions() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mSubscriptions;
+    }
+
+private:
+    mutable std::mutex mLock;  // guards everything below
+    bool mPublishResult = true;
+    bool mSubscribeResult = true;
+    std::vector<Publication> mPublications;
+    std::vector<std::pair<uint8_t, int32_t>> mSubscriptions;
+    std::map<std::pair<uint8_t, int32_t>, EventCallback> mCallbacks;
+};

@@ -1,0 +1,68 @@
+// Request threads, the reaper and memory reports at once. Runs in a child
+// process (the reaper never ends); the sanitizers stop it at the first fault.
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "ZelTaskManagerTestSupport.h"
+
+// A data race must fail the test, not only print a report.
+extern "C" const char* __tsan_default_options() { return "halt_on_error=1"; }
+
+namespace {
+
+void runRequestsReaperAndReports() {
+    zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
+    ZelTestRoot root;
+    root.writeFile("/system/etc/zel_policy.json", kTaskManagerPolicy);
+    auto events = std::make_shared<ZelRecordingEventDispatcher>();
+    auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), events);
+    if (manager == nullptr) _exit(10);
+    // Keeps the running table non-empty, so every report wakes the reaper.
+    if (manager->taskStarted("sync", "alarm", 0, -1, nullptr, 2, false) != 0) _exit(11);
+
+    std::atomic<int> activeRequesters{3};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
+    auto requester = [&](const char* compId, const char* taskId, bool notify) {
+        for (int i = 0; i < 100 || std::chrono::steady_clock::now() < deadline; ++i) {
+            manager->taskStartRequested(compId, taskId, notify, i % 2 == 0 ? -3 : 2000,
+                                        notify ? makeTestContext() : nullptr,
+                                        notify ? &ZelApprovalRecorder::onApproved : nullptr, 2);
+            auto task = manager->getTask(compId, taskId);
+            if (task != nullptr && task->getState() == TASK_STATE_START_ALLOWED) {
+                manager->taskStarted(compId, taskId, task->getToken(), 0, nullptr, 2, false);
+            }
+            if (i % 3 != 0) manager->taskCompleted(compId, taskId);  // the rest is reaped
+        }
+        --activeRequesters;
+    };
+    std::vector<std::thread> requesters;
+    requesters.emplace_back(requester, "sync", "index", true);
+    requesters.emplace_back(requester, "sync", "upload", true);
+    requesters.emplace_back(requester, "media", "scan", false);
+
+    // The resource monitor stand-in: each report arrives on a thread of its
+    // own, as on a binder thread; one that waits for a purge is released by a
+    // later report.
+    int sequence = 0;
+    while (activeRequesters > 0) {
+        const uint8_t status = sequence % 4 == 0 ? 4 : 1;
+        const uint64_t value = 400 + static_cast<uint64_t>(sequence % 3) * 300;
+        std::thread([events, status, value] {
+            events->deliverMemoryReport(1, status, value, 1000);
+        }).detach();
+        ++sequence;
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
+    for (std::thread& thread : requesters) thread.join();
+    _exit(0);
+}
+
+TEST(TaskManagerConcurrencyTest, RequestsReaperAndReportsRunAtOnce) {
+    EXPECT_EXIT(runRequestsReaperAndReports(), ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
