@@ -46,7 +46,7 @@ constexpr int baseNameLength(const char* path) {
 
 #define ZEL_LOG_PRINT_(prio, fmt, ...)                                                         \
     ((void)__android_log_buf_print(LOG_ID_SYSTEM, (prio), ::zel::log::kTag,                    \
-                                   "%.*s::%s:%d - " fmt, ZEL_LOG_BASE_LEN_, __FILE__ + ZEL_LOG_BASE_OFF_, \
+                                   "%.*s::%s:%d - " fmt, ZEL_LOG_BASE_LEN_, &__FILE__[ZEL_LOG_BASE_OFF_], \
                                    __func__, __LINE__, ##__VA_ARGS__))
 
 #define ZEL_LOGD(fmt, ...) ZEL_LOG_PRINT_(ANDROID_LOG_DEBUG, fmt, ##__VA_ARGS__)
