@@ -5,7 +5,6 @@
 
 #include <benchmark/benchmark.h>
 #include <log/log.h>
-#include <rapidjson/document.h>
 #include <zel/ZelHostLog.h>
 
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include <string>
 
 #include "PolicyDocumentGenerator.h"
+#include "PolicyRapidJson.h"
 #include "ZelPolicy.h"
 
 namespace {

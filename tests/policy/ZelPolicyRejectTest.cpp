@@ -4,8 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <rapidjson/document.h>
-
+#include "PolicyRapidJson.h"
 #include "PolicyTestLoad.h"
 
 using ::testing::ElementsAreArray;

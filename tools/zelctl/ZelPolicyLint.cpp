@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <set>
 
-#include <rapidjson/document.h>
-
 #include "PolicyJsonMembers.h"
+#include "PolicyRapidJson.h"
 #include "ZelPolicyCycles.h"
 
 namespace {

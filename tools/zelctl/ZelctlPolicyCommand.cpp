@@ -5,8 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include <rapidjson/document.h>
-
+#include "PolicyRapidJson.h"
 #include "ZelPolicyGraph.h"
 #include "ZelPolicyLint.h"
 #include "ZelctlCommand.h"

@@ -4,9 +4,8 @@
 #include <memory>
 #include <utility>
 
-#include <rapidjson/document.h>
-
 #include "PolicyJsonMembers.h"
+#include "PolicyRapidJson.h"
 #include "ZelLog.h"
 #include "ZelPolicy.h"
 
