@@ -1,0 +1,5 @@
+package com.ostrel.zeld.interfaces;
+
+// Hand-written in C++ (include/com/ostrel/zeld/interfaces/MessageIdentifier.h): its parcel
+// layout is fixed and its reader refuses truncated or malformed records.
+parcelable MessageIdentifier cpp_header "com/ostrel/zeld/interfaces/MessageIdentifier.h";

@@ -1,0 +1,647 @@
+#include "ZelBinderRuntime.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include <binder/IPCThreadState.h>
+
+#include "ZelBinderLog.h"
+#include "ZelDevicePath.h"
+#include "ZelHostServiceManager.h"
+#include "ZelProcess.h"
+
+namespace zel::binder {
+
+using android::BBinder;
+using android::BpBinder;
+using android::DEAD_OBJECT;
+using android::FAILED_TRANSACTION;
+using android::IBinder;
+using android::IPCThreadState;
+using android::NO_INIT;
+using android::OK;
+using android::Parcel;
+using android::sp;
+
+namespace {
+
+// epoll data: what kind of source in the top byte, an id below.
+enum Tag : uint64_t { kTagListener = 1, kTagWake = 2, kTagIncoming = 3, kTagPeer = 4, kTagExit = 5 };
+constexpr int kTagShift = 56;
+constexpr uint64_t kIdMask = (uint64_t{1} << kTagShift) - 1;
+uint64_t makeTag(Tag tag, uint64_t id) { return (static_cast<uint64_t>(tag) << kTagShift) | id; }
+
+constexpr size_t kDefaultMaxThreads = 15;
+// A spawned pool thread idle this long leaves if another thread is idle.
+constexpr int kIdleExitMs = 2000;
+// One-way frames queued per connection before it stops being read.
+constexpr size_t kMaxQueuedOneway = 64;
+// How long a peer may take to finish a frame it started, or to take a reply.
+constexpr int kIoTimeoutSeconds = 5;
+
+bool makeDirectory(const std::string& path, mode_t mode) {
+    return mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
+}
+
+// Creates `dir` (mode 0700) and any missing parent (0755).
+bool makeEndpointDirectory(const std::string& dir) {
+    for (size_t slash = dir.find('/', 1); slash != std::string::npos; slash = dir.find('/', slash + 1)) {
+        if (!makeDirectory(dir.substr(0, slash), 0755)) return false;
+    }
+    if (!makeDirectory(dir, 0700)) return false;
+    struct stat st;
+    return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Removes the sockets of endpoints whose process has exited.
+void sweepStaleEndpoints(const std::string& dir) {
+    DIR* d = opendir(dir.c_str());
+    if (d == nullptr) return;
+    while (dirent* entry = readdir(d)) {
+        const std::string name = entry->d_name;
+        const pid_t pid = zelEndpointPid(name);
+        if (pid != 0 && isValidZelEndpoint(name) && zelProcessGone(pid)) {
+            unlink((dir + "/" + name).c_str());
+        }
+    }
+    closedir(d);
+}
+
+// Endpoint sockets to unlink at exit, with the pid that made each: a child
+// of fork() must not remove its parent's.
+std::mutex gExitLock;
+std::vector<std::pair<pid_t, std::string>>* gExitSockets = nullptr;
+
+void unlinkSocketsAtExit() {
+    std::lock_guard<std::mutex> guard(gExitLock);
+    for (const auto& [pid, path] : *gExitSockets) {
+        if (pid == getpid()) unlink(path.c_str());
+    }
+}
+
+void unlinkAtExit(const std::string& path) {
+    std::lock_guard<std::mutex> guard(gExitLock);
+    if (gExitSockets == nullptr) {
+        gExitSockets = new std::vector<std::pair<pid_t, std::string>>();
+        atexit(unlinkSocketsAtExit);
+    }
+    gExitSockets->emplace_back(getpid(), path);
+}
+
+void setIoTimeouts(int fd) {
+    timeval tv{kIoTimeoutSeconds, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+}
+
+}  // namespace
+
+// A connection another process opened to this one.
+struct ZelBinderRuntime::Incoming {
+    uint64_t id = 0;
+    unique_fd fd;
+    pid_t pid = 0;
+    uid_t uid = 0;
+    std::mutex writeLock;  // one reply at a time; leaf lock
+
+    std::mutex lock;  // guards the fields below; leaf lock
+    std::string endpoint;  // from HELLO; empty until then
+    std::deque<ZelFrame> oneway;  // waiting behind the one-way frame being run
+    bool onewayRunning = false;
+    bool rearmPending = false;  // reading stopped while `oneway` is full
+};
+
+ZelBinderRuntime& ZelBinderRuntime::instance() {
+    static std::mutex* lock = new std::mutex();
+    static ZelBinderRuntime* runtime = nullptr;
+    std::lock_guard<std::mutex> guard(*lock);
+    // After fork() the parent's runtime stays behind untouched: its threads
+    // do not exist here.
+    if (runtime == nullptr || runtime->mPid != getpid()) runtime = new ZelBinderRuntime();
+    return *runtime;
+}
+
+ZelBinderRuntime::ZelBinderRuntime()
+    : mPid(getpid()), mEndpoint(zelNewEndpointName()), mMaxThreads(kDefaultMaxThreads) {}
+
+status_t ZelBinderRuntime::ensureOnline() {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mOnline) return OK;
+    const std::string dir = zelDevicePath("/dev/binder");
+    if (!makeEndpointDirectory(dir) || !makeDirectory(dir + "/services", 0700)) {
+        ZEL_BINDER_LOGE("cannot create %s: %s", dir.c_str(), strerror(errno));
+        return NO_INIT;
+    }
+    mDir.path = dir;
+    mDir.fd.reset(open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    sweepStaleEndpoints(dir);
+    status_t status = zelListen(mDir, mEndpoint, &mListenFd);
+    if (status != OK) {
+        ZEL_BINDER_LOGE("cannot listen on %s/%s: %d", dir.c_str(), mEndpoint.c_str(), status);
+        return NO_INIT;
+    }
+    mEpollFd.reset(epoll_create1(EPOLL_CLOEXEC));
+    mWakeFd.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    epoll_event listen{};
+    listen.events = EPOLLIN | EPOLLONESHOT;
+    listen.data.u64 = makeTag(kTagListener, 0);
+    epoll_event wake{};
+    wake.events = EPOLLIN;  // level-triggered: wakes every pool thread
+    wake.data.u64 = makeTag(kTagWake, 0);
+    if (mEpollFd.get() < 0 || mWakeFd.get() < 0 ||
+        epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mListenFd.get(), &listen) != 0 ||
+        epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mWakeFd.get(), &wake) != 0) {
+        ZEL_BINDER_LOGE("cannot set up the binder event loop: %s", strerror(errno));
+        return NO_INIT;
+    }
+    unlinkAtExit(dir + "/" + mEndpoint);
+    mOnline = true;
+    return OK;
+}
+
+// ---- parcels and references ------------------------------------------------
+
+status_t ZelBinderRuntime::flatten(const Parcel& parcel, const std::string& to, ZelFrame* frame) {
+    if (parcel.mData.size() > kZelMaxPayload || parcel.mObjects.size() > kZelMaxObjects) {
+        return FAILED_TRANSACTION;
+    }
+    frame->payload = parcel.mData;
+    frame->objects.clear();
+    frame->objects.reserve(parcel.mObjects.size());
+    for (const sp<IBinder>& object : parcel.mObjects) {
+        ZelObjectRef ref{mEndpoint, 0};  // handle 0 names nothing
+        if (object == nullptr) {
+        } else if (BBinder* local = object->localBinder()) {
+            ref.handle = mExports.exportTo(sp<BBinder>(local), to);
+        } else if (BpBinder* remote = object->remoteBinder()) {
+            ref = ZelObjectRef{remote->endpoint(), remote->handle()};
+        }
+        frame->objects.push_back(std::move(ref));
+    }
+    return OK;
+}
+
+void ZelBinderRuntime::unflatten(ZelFrame&& frame, const std::string& from, Parcel* parcel) {
+    parcel->mData = std::move(frame.payload);
+    parcel->mDataPos = 0;
+    parcel->mObjects.clear();
+    parcel->mObjects.reserve(frame.objects.size());
+    for (const ZelObjectRef& ref : frame.objects) {
+        if (ref.endpoint == mEndpoint) {
+            parcel->mObjects.push_back(mExports.lookup(ref.handle));
+        } else {
+            // The sender counted a transfer only for objects it owns.
+            parcel->mObjects.push_back(proxyFor(ref.endpoint, ref.handle, ref.endpoint == from ? 1 : 0));
+        }
+    }
+}
+
+sp<BpBinder> ZelBinderRuntime::proxyFor(const std::string& endpoint, uint32_t handle,
+                                        uint32_t acknowledged) {
+    sp<BpBinder> proxy;
+    std::shared_ptr<ZelPeer> peer;
+    bool created = false;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        ProxySlot& slot = mProxies[{endpoint, handle}];
+        proxy = slot.ref.promote();
+        if (proxy == nullptr) {
+            std::shared_ptr<ZelPeer>& shared = mPeers[endpoint];
+            if (shared == nullptr) shared = std::make_shared<ZelPeer>(*this, endpoint, mNextId++);
+            peer = shared;
+            proxy = new BpBinder(peer, handle);
+            peer->mProxyCount += 1;
+            slot.ref = proxy;
+            slot.raw = proxy.get();
+            created = true;
+        } else {
+            peer = proxy->mPeer;
+        }
+    }
+    if (created || acknowledged > 0) peer->sendRefs(handle, created ? 1 : 0, acknowledged);
+    return proxy;
+}
+
+void ZelBinderRuntime::onProxyDestroyed(BpBinder* proxy) {
+    const std::shared_ptr<ZelPeer>& peer = proxy->mPeer;
+    bool last = false;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        auto it = mProxies.find({peer->endpoint(), proxy->handle()});
+        if (it != mProxies.end() && it->second.raw == proxy) mProxies.erase(it);
+        last = --peer->mProxyCount == 0;
+        if (last) {
+            auto found = mPeers.find(peer->endpoint());
+            if (found != mPeers.end() && found->second == peer) mPeers.erase(found);
+            mWatchedPeers.erase(peer->id());
+        }
+    }
+    if (!peer->isDead()) peer->sendRefs(proxy->handle(), -1, 0);
+    if (last) peer->close();
+}
+
+void ZelBinderRuntime::onPeerDead(const std::shared_ptr<ZelPeer>& peer) {
+    if (!peer->markDead()) return;
+    const std::string& endpoint = peer->endpoint();
+    std::vector<sp<BBinder>> released = mExports.dropEndpoint(endpoint);
+    std::vector<sp<BpBinder>> dying;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mWatchedPeers.erase(peer->id());
+        for (auto it = mProxies.lower_bound({endpoint, 0});
+             it != mProxies.end() && it->first.first == endpoint; ++it) {
+            if (it->second.raw == nullptr || it->second.raw->mPeer != peer) continue;
+            if (sp<BpBinder> proxy = it->second.ref.promote()) dying.push_back(std::move(proxy));
+        }
+    }
+    for (const sp<BpBinder>& proxy : dying) proxy->sendObituary();
+}
+
+void ZelBinderRuntime::watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd) {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mWatchedPeers[peer->id()] = peer;
+    }
+    // Hang-up only: replies on this connection are read by their callers.
+    epoll_event ev{};
+    ev.events = EPOLLRDHUP | EPOLLONESHOT;
+    ev.data.u64 = makeTag(kTagPeer, peer->id());
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, fd, &ev);
+}
+
+void ZelBinderRuntime::watchExit(const std::string& endpoint, pid_t pid) {
+    if (pid <= 0) return;
+    unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    if (pidfd.get() < 0) {
+        if (errno == ESRCH) onEndpointGone(endpoint);
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        if (mExitWatchOf.count(endpoint) != 0) return;
+        const uint64_t id = mNextId++;
+        epoll_event ev{};
+        ev.events = EPOLLIN | EPOLLONESHOT;
+        ev.data.u64 = makeTag(kTagExit, id);
+        if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, pidfd.get(), &ev) != 0) return;
+        mExitWatchOf[endpoint] = id;
+        mExitWatches[id] = ExitWatch{std::move(pidfd), endpoint};
+    }
+}
+
+void ZelBinderRuntime::onEndpointGone(const std::string& endpoint) {
+    std::vector<sp<BBinder>> released = mExports.dropEndpoint(endpoint);
+    std::shared_ptr<ZelPeer> peer;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        auto found = mPeers.find(endpoint);
+        if (found != mPeers.end()) peer = found->second;
+    }
+    if (peer != nullptr) onPeerDead(peer);
+}
+
+uint32_t ZelBinderRuntime::pinService(const sp<BBinder>& service) { return mExports.pin(service); }
+
+sp<BBinder> ZelBinderRuntime::localObject(uint32_t handle) const { return mExports.lookup(handle); }
+
+sp<android::IServiceManager> ZelBinderRuntime::serviceManager() {
+    if (ensureOnline() != OK) return nullptr;
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mServiceManager == nullptr) mServiceManager = new ZelHostServiceManager(*this);
+    return mServiceManager;
+}
+
+// ---- thread pool -------------------------------------------------------------
+
+void ZelBinderRuntime::startThreadPool() {
+    {
+        std::lock_guard<std::mutex> guard(mPoolLock);
+        if (mPoolStarted) return;
+        mPoolStarted = true;
+    }
+    spawnPooledThread(true);
+}
+
+void ZelBinderRuntime::spawnPooledThread(bool isMain) {
+    if (ensureOnline() != OK) return;
+    std::thread([this, isMain] { poolLoop(isMain, false); }).detach();
+}
+
+void ZelBinderRuntime::joinThreadPool(bool isMain) {
+    if (ensureOnline() != OK) return;
+    {
+        std::lock_guard<std::mutex> guard(mPoolLock);
+        mPoolStarted = true;
+    }
+    poolLoop(isMain, false);
+}
+
+void ZelBinderRuntime::stopProcess() {
+    mStopping = true;
+    if (mWakeFd.get() >= 0) {
+        const uint64_t one = 1;
+        (void)!write(mWakeFd.get(), &one, sizeof(one));
+    }
+}
+
+status_t ZelBinderRuntime::setMaxThreads(size_t maxThreads) {
+    if (maxThreads == 0) return android::BAD_VALUE;
+    mMaxThreads = maxThreads;
+    return OK;
+}
+
+void ZelBinderRuntime::spareThreadIfNeeded() {
+    if (mIdleThreads.load() > 0) return;
+    {
+        std::lock_guard<std::mutex> guard(mPoolLock);
+        if (!mPoolStarted || mStopping || mSpawnedThreads.load() >= mMaxThreads.load()) return;
+        mSpawnedThreads += 1;
+    }
+    std::thread([this] { poolLoop(false, true); }).detach();
+}
+
+void ZelBinderRuntime::poolLoop(bool isMain, bool counted) {
+    static std::atomic<int> sThreadNumber{0};
+    char name[16];
+    snprintf(name, sizeof(name), "binder:%d_%X", static_cast<int>(mPid), ++sThreadNumber);
+    pthread_setname_np(pthread_self(), name);
+    IPCThreadState::self();
+
+    mPoolThreads += 1;
+    while (!mStopping) {
+        mIdleThreads += 1;
+        epoll_event ev;
+        const int n = epoll_wait(mEpollFd.get(), &ev, 1, isMain ? -1 : kIdleExitMs);
+        mIdleThreads -= 1;
+        if (mStopping) break;
+        if (n == 0) {
+            if (!isMain && mIdleThreads.load() > 0) break;
+            continue;
+        }
+        if (n < 0) continue;
+        dispatch(ev.data.u64, ev.events);
+    }
+    mPoolThreads -= 1;
+    if (counted) mSpawnedThreads -= 1;
+}
+
+void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
+    const uint64_t id = tag & kIdMask;
+    switch (static_cast<Tag>(tag >> kTagShift)) {
+        case kTagListener:
+            acceptAll();
+            return;
+        case kTagWake:
+            return;
+        case kTagIncoming: {
+            std::shared_ptr<Incoming> conn;
+            {
+                std::lock_guard<std::mutex> guard(mLock);
+                auto it = mIncoming.find(id);
+                if (it != mIncoming.end()) conn = it->second;
+            }
+            if (conn != nullptr) serveConnection(conn);
+            return;
+        }
+        case kTagPeer: {
+            std::shared_ptr<ZelPeer> peer;
+            {
+                std::lock_guard<std::mutex> guard(mLock);
+                auto it = mWatchedPeers.find(id);
+                if (it != mWatchedPeers.end()) peer = it->second.lock();
+            }
+            if (peer != nullptr) onPeerDead(peer);
+            return;
+        }
+        case kTagExit: {
+            std::string endpoint;
+            {
+                std::lock_guard<std::mutex> guard(mLock);
+                auto it = mExitWatches.find(id);
+                if (it == mExitWatches.end()) return;
+                endpoint = it->second.endpoint;
+                mExitWatchOf.erase(endpoint);
+                mExitWatches.erase(it);  // closes the pidfd
+            }
+            onEndpointGone(endpoint);
+            return;
+        }
+    }
+}
+
+// ---- incoming connections ------------------------------------------------------
+
+void ZelBinderRuntime::acceptAll() {
+    for (;;) {
+        const int fd = accept4(mListenFd.get(), nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) {
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                ZEL_BINDER_LOGE("accept failed: %s", strerror(errno));
+            }
+            break;
+        }
+        auto conn = std::make_shared<Incoming>();
+        conn->fd.reset(fd);
+        zelPeerCredentials(fd, &conn->pid, &conn->uid);
+        setIoTimeouts(fd);
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            conn->id = mNextId++;
+            mIncoming[conn->id] = conn;
+        }
+        epoll_event ev{};
+        ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+        ev.data.u64 = makeTag(kTagIncoming, conn->id);
+        if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, fd, &ev) != 0) closeIncoming(conn, "epoll");
+    }
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.u64 = makeTag(kTagListener, 0);
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, mListenFd.get(), &ev);
+}
+
+void ZelBinderRuntime::rearm(const std::shared_ptr<Incoming>& conn) {
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+    ev.data.u64 = makeTag(kTagIncoming, conn->id);
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, conn->fd.get(), &ev);
+}
+
+void ZelBinderRuntime::closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why) {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        if (mIncoming.erase(conn->id) == 0) return;
+    }
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, conn->fd.get(), nullptr);
+    shutdown(conn->fd.get(), SHUT_RDWR);
+    if (why != nullptr) {
+        ZEL_BINDER_LOGW("closing the connection from pid %d: %s", static_cast<int>(conn->pid), why);
+    }
+    std::string endpoint;
+    {
+        std::lock_guard<std::mutex> guard(conn->lock);
+        endpoint = conn->endpoint;
+    }
+    if (!endpoint.empty()) watchExit(endpoint, conn->pid);
+}
+
+void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
+    ZelFrame frame;
+    const status_t status = zelReadFrame(conn->fd.get(), &frame);
+    if (status != OK) {
+        closeIncoming(conn, status == DEAD_OBJECT ? nullptr
+                            : status == android::TIMED_OUT ? "incomplete frame"
+                                                           : "malformed frame");
+        return;
+    }
+    std::string endpoint;
+    {
+        std::lock_guard<std::mutex> guard(conn->lock);
+        endpoint = conn->endpoint;
+    }
+    if (endpoint.empty()) {
+        const std::string name(frame.payload.begin(), frame.payload.end());
+        if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(name)) {
+            closeIncoming(conn, "no HELLO");
+            return;
+        }
+        {
+            std::lock_guard<std::mutex> guard(conn->lock);
+            conn->endpoint = name;
+        }
+        rearm(conn);
+        return;
+    }
+    switch (frame.type) {
+        case ZelFrameType::HELLO:
+        case ZelFrameType::REPLY:
+            closeIncoming(conn, "unexpected frame type");
+            return;
+        case ZelFrameType::REFS: {
+            const sp<BBinder> released = mExports.applyRefs(
+                    endpoint, frame.handle, static_cast<int32_t>(frame.code), frame.flags);
+            rearm(conn);
+            return;
+        }
+        case ZelFrameType::TRANSACTION:
+            if ((frame.flags & kZelFlagOneway) != 0) {
+                runOneway(conn, std::move(frame));
+            } else {
+                rearm(conn);
+                spareThreadIfNeeded();
+                execute(conn, std::move(frame));
+            }
+            return;
+    }
+}
+
+void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame&& first) {
+    bool queued = false;
+    bool keepReading = true;
+    {
+        std::lock_guard<std::mutex> guard(conn->lock);
+        if (conn->onewayRunning) {
+            conn->oneway.push_back(std::move(first));
+            queued = true;
+            // A full queue stops reading the connection until it drains.
+            keepReading = conn->oneway.size() < kMaxQueuedOneway;
+            conn->rearmPending = !keepReading;
+        } else {
+            conn->onewayRunning = true;
+        }
+    }
+    if (keepReading) rearm(conn);
+    if (queued) return;
+    spareThreadIfNeeded();
+    ZelFrame frame = std::move(first);
+    for (;;) {
+        execute(conn, std::move(frame));
+        bool more = false;
+        bool resume = false;
+        {
+            std::lock_guard<std::mutex> guard(conn->lock);
+            if (conn->oneway.empty()) {
+                conn->onewayRunning = false;
+            } else {
+                frame = std::move(conn->oneway.front());
+                conn->oneway.pop_front();
+                more = true;
+            }
+            if (conn->rearmPending && (!more || conn->oneway.size() < kMaxQueuedOneway / 2)) {
+                conn->rearmPending = false;
+                resume = true;
+            }
+        }
+        if (resume) rearm(conn);
+        if (!more) return;
+    }
+}
+
+void ZelBinderRuntime::execute(const std::shared_ptr<Incoming>& conn, ZelFrame&& frame) {
+    const bool oneway = (frame.flags & kZelFlagOneway) != 0;
+    const uint32_t code = frame.code;
+    const uint32_t handle = frame.handle;
+    const uint32_t flags = frame.flags;
+    std::string endpoint;
+    {
+        std::lock_guard<std::mutex> guard(conn->lock);
+        endpoint = conn->endpoint;
+    }
+    Parcel reply;
+    status_t status;
+    {
+        Parcel data;
+        unflatten(std::move(frame), endpoint, &data);
+        const sp<BBinder> target = mExports.lookup(handle);
+        IPCThreadState* thread = IPCThreadState::self();
+        const auto saved = thread->swapCallingIdentity({conn->pid, conn->uid});
+        status = target != nullptr ? target->transact(code, data, &reply, flags) : DEAD_OBJECT;
+        thread->swapCallingIdentity(saved);
+    }
+    if (oneway) return;
+
+    ZelFrame answer;
+    answer.type = ZelFrameType::REPLY;
+    answer.code = static_cast<uint32_t>(status);
+    if (status == OK && flatten(reply, endpoint, &answer) != OK) {
+        answer.code = static_cast<uint32_t>(FAILED_TRANSACTION);
+        answer.payload.clear();
+        answer.objects.clear();
+    }
+    status_t written;
+    {
+        std::lock_guard<std::mutex> guard(conn->writeLock);
+        written = zelWriteFrame(conn->fd.get(), answer);
+    }
+    if (written != OK) closeIncoming(conn, nullptr);
+}
+
+ZelBinderStats ZelBinderRuntime::stats() const {
+    ZelBinderStats stats;
+    stats.exportedObjects = mExports.size();
+    stats.poolThreads = mPoolThreads.load();
+    std::lock_guard<std::mutex> guard(mLock);
+    stats.endpoint = mOnline ? mEndpoint : std::string();
+    stats.proxies = mProxies.size();
+    stats.peers = mPeers.size();
+    stats.incomingConnections = mIncoming.size();
+    return stats;
+}
+
+ZelBinderStats zelBinderStats() { return ZelBinderRuntime::instance().stats(); }
+
+}  // namespace zel::binder

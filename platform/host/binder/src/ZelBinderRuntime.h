@@ -1,0 +1,135 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include <binder/BpBinder.h>
+#include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
+
+#include "ZelExportTable.h"
+#include "ZelPeer.h"
+#include "ZelSocket.h"
+#include "zel/binder/ZelBinderStats.h"
+
+namespace zel::binder {
+
+// The host binder runtime of one process (behind ProcessState).
+//
+// It listens on $ZELD_ROOT/dev/binder/<endpoint>, where the endpoint is
+// "<pid>-<random>". Pool threads wait together on one epoll set holding the
+// listening socket, every accepted connection (one-shot: one thread reads one
+// frame at a time from a connection) and the primary connection of every
+// peer (hang-up only). A thread that takes a synchronous transaction re-arms
+// the connection and runs it; one-way transactions of a connection run one
+// after the other in arrival order. When every pool thread is busy another
+// is spawned, up to the maximum; spawned threads leave after a while idle.
+//
+// Locks, in the order they may nest: a peer's lock, then mLock; a
+// connection's write lock, the export table's, a proxy's and mPoolLock are
+// leaves. No lock is held while a binder object may be destroyed or while a
+// transaction runs.
+class ZelBinderRuntime {
+public:
+    // The process's runtime; a child of fork() gets a fresh one.
+    static ZelBinderRuntime& instance();
+
+    // Creates the endpoint directory (mode 0700) and starts listening, once.
+    // NO_INIT when the directory cannot be created or used.
+    status_t ensureOnline();
+    const std::string& endpoint() const { return mEndpoint; }
+    const ZelSocketDir& socketDir() const { return mDir; }
+    std::string servicesDir() const { return mDir.path + "/services"; }
+
+    // Parcel <-> frame: local objects are exported to `to`; references
+    // arriving from `from` become local objects or proxies.
+    status_t flatten(const android::Parcel& parcel, const std::string& to, ZelFrame* frame);
+    void unflatten(ZelFrame&& frame, const std::string& from, android::Parcel* parcel);
+
+    // The one proxy for (endpoint, handle), acknowledging `acknowledged`
+    // transfers to its owner.
+    android::sp<android::BpBinder> proxyFor(const std::string& endpoint, uint32_t handle,
+                                            uint32_t acknowledged);
+    void onProxyDestroyed(android::BpBinder* proxy);
+    // The peer's process is gone (or its connection broke): proxies die.
+    void onPeerDead(const std::shared_ptr<ZelPeer>& peer);
+    void watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd);
+
+    uint32_t pinService(const android::sp<android::BBinder>& service);
+    android::sp<android::BBinder> localObject(uint32_t handle) const;
+    android::sp<android::IServiceManager> serviceManager();
+
+    void startThreadPool();
+    void spawnPooledThread(bool isMain);
+    void joinThreadPool(bool isMain);
+    void stopProcess();
+    status_t setMaxThreads(size_t maxThreads);
+    size_t maxThreads() const { return mMaxThreads.load(); }
+
+    ZelBinderStats stats() const;
+
+private:
+    struct Incoming;
+
+    ZelBinderRuntime();
+
+    void poolLoop(bool isMain, bool counted);
+    void spareThreadIfNeeded();
+    void dispatch(uint64_t tag, uint32_t events);
+    void acceptAll();
+    void serveConnection(const std::shared_ptr<Incoming>& conn);
+    void runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame&& frame);
+    void execute(const std::shared_ptr<Incoming>& conn, ZelFrame&& frame);
+    void rearm(const std::shared_ptr<Incoming>& conn);
+    void closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why);
+    // Forgets what the endpoint's process held once it has exited: watched
+    // through a pidfd when it is still running.
+    void watchExit(const std::string& endpoint, pid_t pid);
+    void onEndpointGone(const std::string& endpoint);
+
+    const pid_t mPid;
+    std::string mEndpoint;
+    ZelSocketDir mDir;
+    unique_fd mListenFd;
+    unique_fd mEpollFd;
+    unique_fd mWakeFd;  // readable once stopProcess() ran
+
+    mutable std::mutex mLock;  // guards the maps below and going online
+    bool mOnline = false;
+    uint64_t mNextId = 1;
+    std::map<uint64_t, std::shared_ptr<Incoming>> mIncoming;
+    struct ProxySlot {
+        android::wp<android::BpBinder> ref;
+        android::BpBinder* raw = nullptr;  // identifies the proxy the slot was made for
+    };
+    std::map<std::pair<std::string, uint32_t>, ProxySlot> mProxies;
+    std::map<std::string, std::shared_ptr<ZelPeer>> mPeers;
+    std::map<uint64_t, std::weak_ptr<ZelPeer>> mWatchedPeers;
+    struct ExitWatch {
+        unique_fd pidfd;
+        std::string endpoint;
+    };
+    std::map<uint64_t, ExitWatch> mExitWatches;
+    std::map<std::string, uint64_t> mExitWatchOf;  // endpoint -> id in mExitWatches
+    android::sp<android::IServiceManager> mServiceManager;
+
+    ZelExportTable mExports;
+
+    std::mutex mPoolLock;  // guards spawning decisions
+    bool mPoolStarted = false;
+    std::atomic<size_t> mMaxThreads;
+    std::atomic<size_t> mSpawnedThreads{0};  // on-demand threads, bounded by mMaxThreads
+    std::atomic<size_t> mPoolThreads{0};
+    std::atomic<size_t> mIdleThreads{0};
+    std::atomic<bool> mStopping{false};
+};
+
+}  // namespace zel::binder

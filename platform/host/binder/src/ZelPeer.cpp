@@ -1,0 +1,163 @@
+#include "ZelPeer.h"
+
+#include <sys/socket.h>
+
+#include "ZelBinderRuntime.h"
+
+namespace zel::binder {
+
+using android::DEAD_OBJECT;
+using android::FAILED_TRANSACTION;
+using android::OK;
+using android::Parcel;
+
+namespace {
+// Idle spare connections kept per peer; more are closed when returned.
+constexpr size_t kMaxSpareConnections = 2;
+}  // namespace
+
+ZelPeer::ZelPeer(ZelBinderRuntime& runtime, std::string endpoint, uint64_t id)
+    : mRuntime(runtime), mEndpoint(std::move(endpoint)), mId(id) {}
+
+ZelPeer::~ZelPeer() = default;
+
+status_t ZelPeer::openLocked(std::shared_ptr<Connection>* out) {
+    auto conn = std::make_shared<Connection>();
+    if (zelConnect(mRuntime.socketDir(), mEndpoint, &conn->fd) != OK) return DEAD_OBJECT;
+    ZelFrame hello;
+    hello.type = ZelFrameType::HELLO;
+    const std::string& self = mRuntime.endpoint();
+    hello.payload.assign(self.begin(), self.end());
+    if (zelWriteFrame(conn->fd.get(), hello) != OK) return DEAD_OBJECT;
+    *out = std::move(conn);
+    return OK;
+}
+
+status_t ZelPeer::primaryLocked(std::shared_ptr<Connection>* out) {
+    if (mDead || mClosed) return DEAD_OBJECT;
+    if (mPrimary == nullptr) {
+        status_t status = openLocked(&mPrimary);
+        if (status != OK) return status;
+        mRuntime.watchPeer(shared_from_this(), mPrimary->fd.get());
+    }
+    *out = mPrimary;
+    return OK;
+}
+
+status_t ZelPeer::primary(std::shared_ptr<Connection>* out) {
+    std::lock_guard<std::mutex> guard(mLock);
+    return primaryLocked(out);
+}
+
+status_t ZelPeer::checkout(std::shared_ptr<Connection>* out) {
+    std::lock_guard<std::mutex> guard(mLock);
+    status_t status = primaryLocked(out);
+    if (status != OK) return status;
+    if (!mPrimaryBusy) {
+        mPrimaryBusy = true;
+        return OK;
+    }
+    if (!mSpare.empty()) {
+        *out = std::move(mSpare.back());
+        mSpare.pop_back();
+        return OK;
+    }
+    return openLocked(out);
+}
+
+void ZelPeer::checkin(const std::shared_ptr<Connection>& conn) {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (conn == mPrimary) {
+        mPrimaryBusy = false;
+    } else if (!mDead && !mClosed && mSpare.size() < kMaxSpareConnections) {
+        mSpare.push_back(conn);
+    }
+}
+
+status_t ZelPeer::writeFrame(Connection& conn, const ZelFrame& frame) {
+    std::vector<uint8_t> bytes;
+    status_t status = encodeZelFrame(frame, &bytes);
+    if (status != OK) return status;
+    std::lock_guard<std::mutex> guard(conn.writeLock);
+    return zelWriteAll(conn.fd.get(), bytes.data(), bytes.size());
+}
+
+status_t ZelPeer::fail(status_t status) {
+    mRuntime.onPeerDead(shared_from_this());
+    return status;
+}
+
+status_t ZelPeer::transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                           uint32_t flags) {
+    if (mDead) return DEAD_OBJECT;
+    if (data.dataSize() > kZelMaxPayload || data.objectsCount() > kZelMaxObjects) {
+        return FAILED_TRANSACTION;
+    }
+    const bool oneway = (flags & kZelFlagOneway) != 0;
+    ZelFrame frame;
+    frame.type = ZelFrameType::TRANSACTION;
+    frame.code = code;
+    frame.flags = oneway ? kZelFlagOneway : 0;
+    frame.handle = handle;
+
+    std::shared_ptr<Connection> conn;
+    if ((oneway ? primary(&conn) : checkout(&conn)) != OK) return fail(DEAD_OBJECT);
+    // Objects are exported only once the frame is sure to be sent; if the
+    // write fails the peer is dead and its pending transfers are dropped.
+    status_t status = mRuntime.flatten(data, mEndpoint, &frame);
+    if (status == OK) status = writeFrame(*conn, frame);
+    if (status != OK) {
+        if (!oneway) checkin(conn);
+        return fail(DEAD_OBJECT);
+    }
+    if (oneway) return OK;
+
+    ZelFrame answer;
+    status = zelReadFrame(conn->fd.get(), &answer);
+    if (status != OK || answer.type != ZelFrameType::REPLY) {
+        checkin(conn);
+        return fail(DEAD_OBJECT);
+    }
+    checkin(conn);
+    const auto result = static_cast<status_t>(answer.code);
+    if (reply != nullptr) {
+        mRuntime.unflatten(std::move(answer), mEndpoint, reply);
+    } else if (!answer.objects.empty()) {
+        // Acknowledge references the caller does not want.
+        Parcel discarded;
+        mRuntime.unflatten(std::move(answer), mEndpoint, &discarded);
+    }
+    return result;
+}
+
+status_t ZelPeer::sendRefs(uint32_t handle, int32_t holdDelta, uint32_t acknowledged) {
+    ZelFrame frame;
+    frame.type = ZelFrameType::REFS;
+    frame.code = static_cast<uint32_t>(holdDelta);
+    frame.flags = acknowledged;
+    frame.handle = handle;
+    std::shared_ptr<Connection> conn;
+    if (primary(&conn) != OK || writeFrame(*conn, frame) != OK) return fail(DEAD_OBJECT);
+    return OK;
+}
+
+bool ZelPeer::markDead() {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mDead.exchange(true)) return false;
+    // Wake any thread blocked on a reply; the descriptors close with the
+    // last user of each connection.
+    if (mPrimary != nullptr) shutdown(mPrimary->fd.get(), SHUT_RDWR);
+    for (const auto& conn : mSpare) shutdown(conn->fd.get(), SHUT_RDWR);
+    mPrimary.reset();
+    mSpare.clear();
+    return true;
+}
+
+void ZelPeer::close() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mClosed = true;
+    mPrimary.reset();
+    mSpare.clear();
+}
+
+}  // namespace zel::binder

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <binder/Parcel.h>
+
+#include "ZelSocket.h"
+
+namespace zel::binder {
+
+class ZelBinderRuntime;
+
+// The outgoing side towards one other process (an endpoint): the
+// connections this process opened to it, over which its proxies of that
+// process's objects call and keep their references.
+//
+// The primary connection carries every one-way call and every reference
+// update in order, so one-way calls from this process arrive in the order
+// they were made; a synchronous call takes the primary connection when it is
+// free and otherwise a spare one, and reads its own reply there: exactly one
+// synchronous call is in flight on a connection. The primary connection is
+// watched for hang-up, which is how the runtime learns that the process died.
+class ZelPeer : public std::enable_shared_from_this<ZelPeer> {
+public:
+    ZelPeer(ZelBinderRuntime& runtime, std::string endpoint, uint64_t id);
+    ~ZelPeer();
+    ZelPeer(const ZelPeer&) = delete;
+    ZelPeer& operator=(const ZelPeer&) = delete;
+
+    const std::string& endpoint() const { return mEndpoint; }
+    uint64_t id() const { return mId; }
+    bool isDead() const { return mDead.load(); }
+
+    // Calls object `handle` of the peer. DEAD_OBJECT once the peer is gone.
+    status_t transact(uint32_t handle, uint32_t code, const android::Parcel& data,
+                      android::Parcel* reply, uint32_t flags);
+    // Sends a REFS frame for the peer's object `handle`.
+    status_t sendRefs(uint32_t handle, int32_t holdDelta, uint32_t acknowledged);
+
+    // Marks the peer dead and shuts its connections; true the first time.
+    bool markDead();
+    // Closes the connections once no proxy needs them; the peer is unusable
+    // afterwards.
+    void close();
+
+    // Guarded by the runtime's lock: proxies that use this peer.
+    size_t mProxyCount = 0;
+
+private:
+    struct Connection {
+        unique_fd fd;
+        std::mutex writeLock;  // one frame at a time; leaf lock
+    };
+
+    // Opens a connection and introduces this process on it.
+    status_t openLocked(std::shared_ptr<Connection>* out);
+    status_t primaryLocked(std::shared_ptr<Connection>* out);
+    status_t primary(std::shared_ptr<Connection>* out);
+    // A connection for one synchronous call: the primary when free.
+    status_t checkout(std::shared_ptr<Connection>* out);
+    void checkin(const std::shared_ptr<Connection>& conn);
+    status_t writeFrame(Connection& conn, const ZelFrame& frame);
+    // The peer failed on `status`: it is treated as gone. Call without mLock.
+    status_t fail(status_t status);
+
+    ZelBinderRuntime& mRuntime;
+    const std::string mEndpoint;
+    const uint64_t mId;
+    std::atomic<bool> mDead{false};
+
+    // Guards the connections below. May be held while taking the runtime's
+    // lock (watchPeer); never while taking a connection's writeLock.
+    std::mutex mLock;
+    std::shared_ptr<Connection> mPrimary;
+    bool mPrimaryBusy = false;  // a synchronous call is reading from the primary
+    std::vector<std::shared_ptr<Connection>> mSpare;
+    bool mClosed = false;
+};
+
+}  // namespace zel::binder

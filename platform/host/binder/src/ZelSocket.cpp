@@ -1,0 +1,122 @@
+#include "ZelSocket.h"
+
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace zel::binder {
+
+using android::BAD_VALUE;
+using android::DEAD_OBJECT;
+using android::OK;
+using android::TIMED_OUT;
+using android::UNKNOWN_ERROR;
+
+namespace {
+
+bool makeAddress(const ZelSocketDir& dir, const std::string& name, sockaddr_un* addr,
+                 socklen_t* len) {
+    std::memset(addr, 0, sizeof(*addr));
+    addr->sun_family = AF_UNIX;
+    std::string path = dir.path + "/" + name;
+    if (path.size() >= sizeof(addr->sun_path)) {
+        path = "/proc/self/fd/" + std::to_string(dir.fd.get()) + "/" + name;
+        if (path.size() >= sizeof(addr->sun_path)) return false;
+    }
+    std::memcpy(addr->sun_path, path.c_str(), path.size() + 1);
+    *len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size() + 1);
+    return true;
+}
+
+// Reads exactly `len` bytes. `started` tells whether a partial read is an
+// error (mid-frame) or an orderly end of stream.
+status_t readExact(int fd, uint8_t* buf, size_t len, bool started) {
+    size_t done = 0;
+    while (done < len) {
+        const ssize_t n = TEMP_FAILURE_RETRY(recv(fd, buf + done, len - done, 0));
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            continue;
+        }
+        if (n == 0) return (started || done > 0) ? BAD_VALUE : DEAD_OBJECT;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) return TIMED_OUT;
+        return (started || done > 0) ? BAD_VALUE : DEAD_OBJECT;
+    }
+    return OK;
+}
+
+}  // namespace
+
+status_t zelListen(const ZelSocketDir& dir, const std::string& name, unique_fd* out) {
+    sockaddr_un addr;
+    socklen_t len;
+    if (!makeAddress(dir, name, &addr, &len)) return BAD_VALUE;
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd.get() < 0) return -errno;
+    unlink((dir.path + "/" + name).c_str());
+    if (bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), len) != 0) return -errno;
+    if (listen(fd.get(), SOMAXCONN) != 0) return -errno;
+    *out = std::move(fd);
+    return OK;
+}
+
+status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd* out) {
+    sockaddr_un addr;
+    socklen_t len;
+    if (!makeAddress(dir, name, &addr, &len)) return BAD_VALUE;
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (fd.get() < 0) return -errno;
+    if (TEMP_FAILURE_RETRY(connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), len)) != 0) {
+        return DEAD_OBJECT;
+    }
+    *out = std::move(fd);
+    return OK;
+}
+
+status_t zelWriteAll(int fd, const void* data, size_t len) {
+    const auto* p = static_cast<const uint8_t*>(data);
+    size_t done = 0;
+    while (done < len) {
+        const ssize_t n = TEMP_FAILURE_RETRY(send(fd, p + done, len - done, MSG_NOSIGNAL));
+        if (n < 0) {
+            if (errno == EAGAIN || errno == EWOULDBLOCK) return TIMED_OUT;
+            return DEAD_OBJECT;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return OK;
+}
+
+status_t zelWriteFrame(int fd, const ZelFrame& frame) {
+    std::vector<uint8_t> bytes;
+    status_t status = encodeZelFrame(frame, &bytes);
+    if (status != OK) return status;
+    return zelWriteAll(fd, bytes.data(), bytes.size());
+}
+
+status_t zelReadFrame(int fd, ZelFrame* out) {
+    uint8_t header[kZelFrameHeaderSize];
+    status_t status = readExact(fd, header, sizeof(header), false);
+    if (status != OK) return status;
+    ZelFrameHeader h;
+    if (decodeZelFrameHeader(header, &h) != OK) return BAD_VALUE;
+    // The header has bounded the body; read it straight into the payload.
+    std::vector<uint8_t> body(h.bodySize);
+    status = readExact(fd, body.data(), body.size(), true);
+    if (status != OK) return status == DEAD_OBJECT ? BAD_VALUE : status;
+    return decodeZelFrameBody(h, body.data(), body.size(), out);
+}
+
+bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid) {
+    ucred cred;
+    socklen_t len = sizeof(cred);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) return false;
+    *pid = cred.pid;
+    *uid = cred.uid;
+    return true;
+}
+
+}  // namespace zel::binder

@@ -1,0 +1,44 @@
+#pragma once
+
+// Socket plumbing of the host binder runtime: endpoints are SOCK_STREAM Unix
+// sockets named after the process endpoint inside the runtime's directory.
+
+#include <sys/types.h>
+
+#include <string>
+
+#include <android-base/unique_fd.h>
+#include <utils/Errors.h>
+
+#include "zel/binder/ZelWireFrame.h"
+
+namespace zel::binder {
+
+using android::base::unique_fd;
+using android::status_t;
+
+// The directory that holds the endpoints; `fd` is kept open so a socket
+// path too long for sockaddr_un can be reached through /proc/self/fd.
+struct ZelSocketDir {
+    std::string path;
+    unique_fd fd;
+};
+
+// Binds a listening socket for `name` (non-blocking, close-on-exec).
+status_t zelListen(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
+// Connects to the endpoint `name`; DEAD_OBJECT when nobody listens there.
+status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
+
+// Writes all of `len` bytes; DEAD_OBJECT when the peer is gone.
+status_t zelWriteAll(int fd, const void* data, size_t len);
+// Encodes and writes one frame.
+status_t zelWriteFrame(int fd, const ZelFrame& frame);
+// Reads one whole frame. DEAD_OBJECT on end of stream before the frame
+// starts, BAD_VALUE for a malformed or truncated frame, TIMED_OUT when the
+// socket's receive timeout expires mid-frame.
+status_t zelReadFrame(int fd, ZelFrame* out);
+
+// Peer credentials of a connected socket.
+bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid);
+
+}  // namespace zel::binder
