@@ -26,12 +26,7 @@ std::vector<ZelctlLogLine> ZelctlLogTap::lines() const {
 }
 
 char zelctlLevelLetter(int priority) {
-    switch (priority) {
-        case ANDROID_LOG_VERBOSE: return 'V';
-        case ANDROID_LOG_DEBUG: return 'D';
-        case ANDROID_LOG_INFO: return 'I';
-        case ANDROID_LOG_WARN: return 'W';
-        case ANDROID_LOG_ERROR: return 'E';
-        default: return 'F';
-    }
+    static_assert(ANDROID_LOG_VERBOSE == 2 && ANDROID_LOG_FATAL == 7, "letters follow the priorities");
+    static const char kLetters[] = "??VDIWEF";
+    return priority >= 0 && priority < 8 ? kLetters[priority] : '?';
 }

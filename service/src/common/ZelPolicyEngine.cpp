@@ -23,10 +23,19 @@ std::shared_ptr<PolicyTask> ZelPolicyEngine::findTask(const std::string& compId,
     return mPolicy->taskTable->find(TaskKey(compId, taskId));
 }
 
-std::shared_ptr<const PolicyComponent> ZelPolicyEngine::findComponent(
-        const std::string& compId, const std::string& taskId) const {
+template <typename Field>
+Field ZelPolicyEngine::taskField(const std::string& compId, const std::string& taskId,
+                                 Field PolicyTask::*field) const {
     const auto task = findTask(compId, taskId);
-    return task ? task->component.lock() : nullptr;
+    return task ? (*task).*field : Field();
+}
+
+template <typename Field>
+Field ZelPolicyEngine::componentField(const std::string& compId, const std::string& taskId,
+                                      Field PolicyComponent::*field) const {
+    const auto task = findTask(compId, taskId);
+    const auto component = task ? task->component.lock() : nullptr;
+    return component ? (*component).*field : Field();
 }
 
 bool ZelPolicyEngine::isValidTask(const std::string& compId, const std::string& taskId) const {
@@ -35,60 +44,50 @@ bool ZelPolicyEngine::isValidTask(const std::string& compId, const std::string& 
 
 std::string ZelPolicyEngine::getPriorityType(const std::string& compId,
                                              const std::string& taskId) const {
-    const auto task = findTask(compId, taskId);
-    return task ? task->priorityType : std::string();
+    return taskField(compId, taskId, &PolicyTask::priorityType);
 }
 
 int32_t ZelPolicyEngine::getMinimumGuaranteedRuntime(const std::string& compId,
                                                      const std::string& taskId) const {
-    const auto task = findTask(compId, taskId);
-    return task ? task->minimumGuaranteedRuntime : 0;
+    return taskField(compId, taskId, &PolicyTask::minimumGuaranteedRuntime);
 }
 
 bool ZelPolicyEngine::isPreemptable(const std::string& compId, const std::string& taskId) const {
-    const auto task = findTask(compId, taskId);
-    return task ? task->preempt : false;
+    return taskField(compId, taskId, &PolicyTask::preempt);
 }
 
 TaskKeyList ZelPolicyEngine::getAllowList(const std::string& compId,
                                           const std::string& taskId) const {
-    const auto task = findTask(compId, taskId);
-    return task ? task->allowList : TaskKeyList();
+    return taskField(compId, taskId, &PolicyTask::allowList);
 }
 
 PolicyEventList ZelPolicyEngine::getStartEvents(const std::string& compId,
                                                 const std::string& taskId) const {
-    const auto task = findTask(compId, taskId);
-    return task ? task->startEvents : PolicyEventList();
+    return taskField(compId, taskId, &PolicyTask::startEvents);
 }
 
 PolicyEventList ZelPolicyEngine::getStopEvents(const std::string& compId,
                                                const std::string& taskId) const {
-    const auto task = findTask(compId, taskId);
-    return task ? task->stopEvents : PolicyEventList();
+    return taskField(compId, taskId, &PolicyTask::stopEvents);
 }
 
 bool ZelPolicyEngine::isAutoStart(const std::string& compId, const std::string& taskId) const {
-    const auto component = findComponent(compId, taskId);
-    return component ? component->autostart : false;
+    return componentField(compId, taskId, &PolicyComponent::autostart);
 }
 
 uint32_t ZelPolicyEngine::getMemoryRequirement(const std::string& compId,
                                                const std::string& taskId) const {
-    const auto component = findComponent(compId, taskId);
-    return component ? component->memoryRequirement : 0;
+    return componentField(compId, taskId, &PolicyComponent::memoryRequirement);
 }
 
 PropertySetting ZelPolicyEngine::getStartProperty(const std::string& compId,
                                                   const std::string& taskId) const {
-    const auto component = findComponent(compId, taskId);
-    return component ? component->startProperty : PropertySetting();
+    return componentField(compId, taskId, &PolicyComponent::startProperty);
 }
 
 PropertySetting ZelPolicyEngine::getStopProperty(const std::string& compId,
                                                  const std::string& taskId) const {
-    const auto component = findComponent(compId, taskId);
-    return component ? component->stopProperty : PropertySetting();
+    return componentField(compId, taskId, &PolicyComponent::stopProperty);
 }
 
 std::list<TaskKey> ZelPolicyEngine::getAutoStartTasks() const {

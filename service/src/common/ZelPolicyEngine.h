@@ -39,8 +39,14 @@ public:
 private:
     explicit ZelPolicyEngine(std::shared_ptr<const ZelPolicy> policy);
 
-    std::shared_ptr<const PolicyComponent> findComponent(const std::string& compId,
-                                                         const std::string& taskId) const;
+    // A copy of the field of the task (or of its component), or the field
+    // type's neutral value (false, 0, empty) when there is none.
+    template <typename Field>
+    Field taskField(const std::string& compId, const std::string& taskId,
+                    Field PolicyTask::*field) const;
+    template <typename Field>
+    Field componentField(const std::string& compId, const std::string& taskId,
+                         Field PolicyComponent::*field) const;
 
     const std::shared_ptr<const ZelPolicy> mPolicy;
 };
