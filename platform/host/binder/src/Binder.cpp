@@ -3,6 +3,8 @@
 #include <binder/IInterface.h>
 #include <binder/Parcel.h>
 
+#include "ZelBinderRuntime.h"
+
 namespace android {
 
 IBinder::IBinder() = default;
@@ -14,7 +16,10 @@ BBinder* IBinder::localBinder() { return nullptr; }
 BpBinder* IBinder::remoteBinder() { return nullptr; }
 
 BBinder::BBinder() = default;
-BBinder::~BBinder() = default;
+
+BBinder::~BBinder() {
+    if (mExported) zel::binder::ZelBinderRuntime::instance().withdraw(this);
+}
 
 const String16& BBinder::getInterfaceDescriptor() const {
     static const String16 kEmpty;

@@ -119,7 +119,7 @@ struct ZelBinderRuntime::Incoming {
 
     std::mutex lock;  // guards the fields below; leaf lock
     std::string endpoint;  // from HELLO; empty until then
-    std::deque<ZelFrame> oneway;  // waiting behind the one-way frame being run
+    std::deque<Call> oneway;  // waiting behind the one-way call being run
     bool onewayRunning = false;
     bool rearmPending = false;  // reading stopped while `oneway` is full
 };
@@ -537,23 +537,32 @@ void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
             rearm(conn);
             return;
         }
-        case ZelFrameType::TRANSACTION:
-            if ((frame.flags & kZelFlagOneway) != 0) {
-                runOneway(conn, std::move(frame));
+        case ZelFrameType::TRANSACTION: {
+            Call call;
+            call.code = frame.code;
+            call.flags = frame.flags;
+            call.target = mExports.lookup(frame.handle);
+            call.data = std::make_unique<Parcel>();
+            unflatten(std::move(frame), endpoint, call.data.get());
+            if ((call.flags & kZelFlagOneway) != 0) {
+                runOneway(conn, std::move(call));
             } else {
                 rearm(conn);
                 spareThreadIfNeeded();
-                execute(conn, std::move(frame));
+                execute(conn, endpoint, std::move(call));
             }
             return;
+        }
     }
 }
 
-void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame&& first) {
+void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, Call&& first) {
     bool queued = false;
     bool keepReading = true;
+    std::string endpoint;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
+        endpoint = conn->endpoint;
         if (conn->onewayRunning) {
             conn->oneway.push_back(std::move(first));
             queued = true;
@@ -567,9 +576,9 @@ void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame
     if (keepReading) rearm(conn);
     if (queued) return;
     spareThreadIfNeeded();
-    ZelFrame frame = std::move(first);
+    Call call = std::move(first);
     for (;;) {
-        execute(conn, std::move(frame));
+        execute(conn, endpoint, std::move(call));
         bool more = false;
         bool resume = false;
         {
@@ -577,7 +586,7 @@ void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame
             if (conn->oneway.empty()) {
                 conn->onewayRunning = false;
             } else {
-                frame = std::move(conn->oneway.front());
+                call = std::move(conn->oneway.front());
                 conn->oneway.pop_front();
                 more = true;
             }
@@ -591,28 +600,19 @@ void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame
     }
 }
 
-void ZelBinderRuntime::execute(const std::shared_ptr<Incoming>& conn, ZelFrame&& frame) {
-    const bool oneway = (frame.flags & kZelFlagOneway) != 0;
-    const uint32_t code = frame.code;
-    const uint32_t handle = frame.handle;
-    const uint32_t flags = frame.flags;
-    std::string endpoint;
-    {
-        std::lock_guard<std::mutex> guard(conn->lock);
-        endpoint = conn->endpoint;
-    }
+void ZelBinderRuntime::execute(const std::shared_ptr<Incoming>& conn, const std::string& endpoint,
+                               Call&& call) {
     Parcel reply;
     status_t status;
     {
-        Parcel data;
-        unflatten(std::move(frame), endpoint, &data);
-        const sp<BBinder> target = mExports.lookup(handle);
+        const Call done = std::move(call);  // arguments and target go before the reply is sent
         IPCThreadState* thread = IPCThreadState::self();
         const auto saved = thread->swapCallingIdentity({conn->pid, conn->uid});
-        status = target != nullptr ? target->transact(code, data, &reply, flags) : DEAD_OBJECT;
+        status = done.target != nullptr ? done.target->transact(done.code, *done.data, &reply, done.flags)
+                                        : DEAD_OBJECT;
         thread->swapCallingIdentity(saved);
+        if ((done.flags & kZelFlagOneway) != 0) return;
     }
-    if (oneway) return;
 
     ZelFrame answer;
     answer.type = ZelFrameType::REPLY;

@@ -64,6 +64,8 @@ public:
     void watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd);
 
     uint32_t pinService(const android::sp<android::BBinder>& service);
+    // A local object that had a handle is being destroyed.
+    void withdraw(const android::BBinder* object) { mExports.withdraw(object); }
     android::sp<android::BBinder> localObject(uint32_t handle) const;
     android::sp<android::IServiceManager> serviceManager();
 
@@ -78,6 +80,15 @@ public:
 
 private:
     struct Incoming;
+    // A transaction as read: its target and arguments are resolved while the
+    // connection is still read in order, so a later REFS frame from the same
+    // caller cannot release an object the call refers to.
+    struct Call {
+        uint32_t code = 0;
+        uint32_t flags = 0;
+        android::sp<android::BBinder> target;
+        std::unique_ptr<android::Parcel> data;
+    };
 
     ZelBinderRuntime();
 
@@ -86,8 +97,8 @@ private:
     void dispatch(uint64_t tag, uint32_t events);
     void acceptAll();
     void serveConnection(const std::shared_ptr<Incoming>& conn);
-    void runOneway(const std::shared_ptr<Incoming>& conn, ZelFrame&& frame);
-    void execute(const std::shared_ptr<Incoming>& conn, ZelFrame&& frame);
+    void runOneway(const std::shared_ptr<Incoming>& conn, Call&& call);
+    void execute(const std::shared_ptr<Incoming>& conn, const std::string& endpoint, Call&& call);
     void rearm(const std::shared_ptr<Incoming>& conn);
     void closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why);
     // Forgets what the endpoint's process held once it has exited: watched

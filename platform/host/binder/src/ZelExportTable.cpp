@@ -11,36 +11,48 @@ uint32_t ZelExportTable::handleForLocked(const sp<BBinder>& object) {
     uint32_t handle = mNextHandle++;
     if (mNextHandle == 0) mNextHandle = 1;  // 0 never names an object
     mHandleOf[object.get()] = handle;
-    mByHandle[handle].object = object;
+    mByHandle[handle].weak = object;
+    object->mExported = true;
     return handle;
 }
 
 uint32_t ZelExportTable::exportTo(const sp<BBinder>& object, const std::string& endpoint) {
     std::lock_guard<std::mutex> guard(mLock);
     const uint32_t handle = handleForLocked(object);
-    mByHandle[handle].transfers[endpoint] += 1;
+    Entry& entry = mByHandle[handle];
+    entry.transfers[endpoint] += 1;
+    entry.object = object;
     return handle;
 }
 
 uint32_t ZelExportTable::pin(const sp<BBinder>& object) {
     std::lock_guard<std::mutex> guard(mLock);
     const uint32_t handle = handleForLocked(object);
-    mByHandle[handle].pinned = true;
+    Entry& entry = mByHandle[handle];
+    entry.pinned = true;
+    entry.object = object;
     return handle;
 }
 
 sp<BBinder> ZelExportTable::lookup(uint32_t handle) const {
     std::lock_guard<std::mutex> guard(mLock);
     auto it = mByHandle.find(handle);
-    return it == mByHandle.end() ? nullptr : it->second.object;
+    if (it == mByHandle.end()) return nullptr;
+    if (it->second.object != nullptr) return it->second.object;
+    return it->second.weak.promote();  // null while the object is being destroyed
 }
 
-sp<BBinder> ZelExportTable::releaseIfUnusedLocked(std::map<uint32_t, Entry>::iterator it) {
-    if (it->second.inUse()) return nullptr;
-    sp<BBinder> released = std::move(it->second.object);
-    mHandleOf.erase(released.get());
-    mByHandle.erase(it);
-    return released;
+sp<BBinder> ZelExportTable::releaseIfUnusedLocked(Entry& entry) {
+    if (entry.inUse()) return nullptr;
+    return std::move(entry.object);
+}
+
+void ZelExportTable::withdraw(const BBinder* object) {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto found = mHandleOf.find(object);
+    if (found == mHandleOf.end()) return;
+    mByHandle.erase(found->second);
+    mHandleOf.erase(found);
 }
 
 namespace {
@@ -67,18 +79,17 @@ sp<BBinder> ZelExportTable::applyRefs(const std::string& endpoint, uint32_t hand
     if (holdDelta > 0) entry.holds[endpoint] += 1;
     if (holdDelta < 0) subtract(entry.holds, endpoint, 1);
     subtract(entry.transfers, endpoint, acknowledged);
-    return releaseIfUnusedLocked(it);
+    if (holdDelta > 0 && entry.object == nullptr) entry.object = entry.weak.promote();
+    return releaseIfUnusedLocked(entry);
 }
 
 std::vector<sp<BBinder>> ZelExportTable::dropEndpoint(const std::string& endpoint) {
     std::vector<sp<BBinder>> released;
     std::lock_guard<std::mutex> guard(mLock);
-    for (auto it = mByHandle.begin(); it != mByHandle.end();) {
-        auto next = std::next(it);
-        it->second.holds.erase(endpoint);
-        it->second.transfers.erase(endpoint);
-        if (sp<BBinder> gone = releaseIfUnusedLocked(it)) released.push_back(std::move(gone));
-        it = next;
+    for (auto& [handle, entry] : mByHandle) {
+        entry.holds.erase(endpoint);
+        entry.transfers.erase(endpoint);
+        if (sp<BBinder> gone = releaseIfUnusedLocked(entry)) released.push_back(std::move(gone));
     }
     return released;
 }

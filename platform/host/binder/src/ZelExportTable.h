@@ -11,11 +11,14 @@
 namespace zel::binder {
 
 // The local objects of this process that other processes may reference,
-// by handle. An entry keeps its object alive while it is pinned (a
-// registered service), while some process holds a proxy of it, or while a
-// reference to it is on its way to a process that has not yet acknowledged
-// it. Released objects are handed back to the caller, to be dropped outside
-// any lock (their destructors may call into the runtime).
+// by handle. An object keeps its handle for as long as it lives, so a
+// reference to it that comes back always finds it. The table holds it
+// strongly while it is pinned (a registered service), while some process
+// holds a proxy of it, or while a reference to it is on its way to a process
+// that has not yet acknowledged it; otherwise weakly, until the object's
+// destructor withdraws it. Objects released from the strong hold are handed
+// back to the caller, to be dropped outside any lock (their destructors call
+// into the table).
 class ZelExportTable {
 public:
     // The object's handle (a new one on first export), counting one
@@ -31,12 +34,15 @@ public:
                                             int32_t holdDelta, uint32_t acknowledged);
     // `endpoint`'s process is gone: forget its proxies and pending transfers.
     std::vector<android::sp<android::BBinder>> dropEndpoint(const std::string& endpoint);
+    // The object is being destroyed: forget its handle.
+    void withdraw(const android::BBinder* object);
 
     size_t size() const;
 
 private:
     struct Entry {
-        android::sp<android::BBinder> object;
+        android::wp<android::BBinder> weak;
+        android::sp<android::BBinder> object;  // set while the entry is in use
         bool pinned = false;
         std::map<std::string, uint32_t> holds;      // endpoint -> proxies held
         std::map<std::string, uint32_t> transfers;  // endpoint -> unacknowledged
@@ -44,7 +50,7 @@ private:
     };
 
     uint32_t handleForLocked(const android::sp<android::BBinder>& object);
-    android::sp<android::BBinder> releaseIfUnusedLocked(std::map<uint32_t, Entry>::iterator it);
+    android::sp<android::BBinder> releaseIfUnusedLocked(Entry& entry);
 
     mutable std::mutex mLock;  // leaf lock; guards everything below
     uint32_t mNextHandle = 1;

@@ -1,6 +1,12 @@
 #pragma once
 
+#include <atomic>
+
 #include <binder/IBinder.h>
+
+namespace zel::binder {
+class ZelExportTable;
+}
 
 namespace android {
 
@@ -31,6 +37,11 @@ protected:
     // else with UNKNOWN_TRANSACTION.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
+
+private:
+    friend class ::zel::binder::ZelExportTable;
+    // Set once the object has a handle; its destructor then withdraws it.
+    std::atomic<bool> mExported{false};
 };
 
 // Base of proxy interface objects (BpInterface): holds the remote binder.
