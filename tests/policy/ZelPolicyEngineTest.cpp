@@ -60,7 +60,7 @@ TEST_F(ZelPolicyEngineTest, CreateLogsAndLoadsTheFile) {
     const auto lines = policyLogLines(capture, true);
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[0], "D ZelPolicyEngine::create - creating ZelPolicyEngine");
-    EXPECT_EQ(lines[1], "D ZelPolicyLoader::processJsonPolicyFromFile - building ZelPolicy from file '" +
+    EXPECT_EQ(lines[1], "D ZelPolicy::processJsonPolicyFromFile - building ZelPolicy from file '" +
                                 mPath + "'");
     EXPECT_TRUE(capture.messages(ANDROID_LOG_ERROR).empty());
 }

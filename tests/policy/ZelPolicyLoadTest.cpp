@@ -382,3 +382,20 @@ TEST(ZelPolicyLoadTest, FileIsReadWholeAndLoadedOrReportedMissing) {
     EXPECT_THAT(load.log, ElementsAre("D building ZelPolicy from file '" + missing + "'",
                                       "E Invalid ZEL policy file '" + missing + "'"));
 }
+
+TEST(ZelPolicyLoadTest, EachStageLogsUnderThePolicyFileAndItsOwnFunction) {
+    ZelTestRoot root;
+    const std::string path = root.at("/system/etc/zel_policy.json");
+    root.writeFile("/system/etc/zel_policy.json", R"({"version": 1})");
+    zel::hostlog::ZelLogCapture capture;
+    ZelPolicy refused;
+    EXPECT_FALSE(refused.processJsonPolicyFromFile(path));
+    ZelPolicy accepted;
+    EXPECT_TRUE(accepted.processJsonPolicyFromBuffer(documentWith("[]", "[]")));
+    EXPECT_THAT(policyLogLines(capture, true),
+                ElementsAre("D ZelPolicy::processJsonPolicyFromFile - building ZelPolicy from file '" +
+                                    path + "'",
+                            "E ZelPolicy::processJsonPolicyFromBuffer - ZEL policy doc is missing "
+                            "version",
+                            "I ZelPolicy::processJsonPolicy_v1_0 - Parsed eventGroups and events"));
+}

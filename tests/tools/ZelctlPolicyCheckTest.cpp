@@ -71,10 +71,10 @@ TEST_F(ZelctlPolicyCheckTest, ExamplePolicyIsAcceptedWithTheLoadersLinesAndNoWar
     const auto lines = run.outLines();
     ASSERT_EQ(lines.size(), 57u);
     EXPECT_EQ(withoutLineNumber(lines[0]),
-              std::string("D/zeld: ZelPolicyLoader::processJsonPolicyFromFile - building ZelPolicy "
+              std::string("D/zeld: ZelPolicy::processJsonPolicyFromFile - building ZelPolicy "
                           "from file '") + ZELD_EXAMPLE_POLICY + "'");
     EXPECT_EQ(withoutLineNumber(lines[17]),
-              "I/zeld: ZelPolicyLoader::processJsonPolicy_v1_0 - Parsed eventGroups and events");
+              "I/zeld: ZelPolicy::processJsonPolicy_v1_0 - Parsed eventGroups and events");
     EXPECT_EQ(lines.back(), std::string(ZELD_EXAMPLE_POLICY) + ": accepted, 0 warnings");
     EXPECT_THAT(run.warnings(), IsEmpty());
 }
@@ -85,9 +85,9 @@ TEST_F(ZelctlPolicyCheckTest, RefusedDocumentsExitOneAfterTheLoadersLines) {
     ZelctlRun run = ZelctlRun::run({"policy", "check", path});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(withoutLineNumbers(run.outLines()),
-                ElementsAre("D/zeld: ZelPolicyLoader::processJsonPolicyFromFile - building "
+                ElementsAre("D/zeld: ZelPolicy::processJsonPolicyFromFile - building "
                             "ZelPolicy from file '" + path + "'",
-                            "E/zeld: ZelPolicyLoader::processJsonPolicyFromBuffer - ZEL policy doc "
+                            "E/zeld: ZelPolicy::processJsonPolicyFromBuffer - ZEL policy doc "
                             "is missing version",
                             path + ": refused: the daemon would not start with this policy"));
 
@@ -103,13 +103,13 @@ TEST_F(ZelctlPolicyCheckTest, RefusedDocumentsExitOneAfterTheLoadersLines) {
     run = ZelctlRun::run({"policy", "check", "--quiet", path});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(withoutLineNumbers(run.outLines()),
-                ElementsAre("W/zeld: ZelPolicyLoader::processJsonPolicy_v1_0 - Rule 'r' definition "
+                ElementsAre("W/zeld: ZelPolicy::processJsonPolicy_v1_0 - Rule 'r' definition "
                             "includes invalid component:c,task:t",
                             path + ": refused: the daemon would not start with this policy"));
 
     run = ZelctlRun::run({"policy", "check", mRoot.at("/missing.json")});
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.out, HasSubstr("E/zeld: ZelPolicyLoader::processJsonPolicyFromFile:"));
+    EXPECT_THAT(run.out, HasSubstr("E/zeld: ZelPolicy::processJsonPolicyFromFile:"));
     EXPECT_THAT(run.out, HasSubstr("Invalid ZEL policy file '" + mRoot.at("/missing.json") + "'"));
 }
 
@@ -120,7 +120,7 @@ TEST_F(ZelctlPolicyCheckTest, QuietKeepsOnlyTheLoadersWarningsAndErrors) {
     const ZelctlRun run = ZelctlRun::run({"policy", "check", "-q", path});
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(withoutLineNumbers(run.outLines()),
-                ElementsAre("W/zeld: ZelPolicyLoader::processJsonPolicy_v1_0 - Rule 'r' definition "
+                ElementsAre("W/zeld: ZelPolicy::processJsonPolicy_v1_0 - Rule 'r' definition "
                             "doesn't includes actions member.",
                             path + ": accepted, 0 warnings"));
 }

@@ -54,7 +54,7 @@ TEST(ZelctlPolicyGraphTest, RefusedPolicyPrintsNoGraph) {
     const ZelctlRun run = ZelctlRun::run({"policy", "graph", root.at("/p.json")});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out, IsEmpty());
-    EXPECT_THAT(run.err, HasSubstr("E/zeld: ZelPolicyLoader::processJsonPolicy_v1_0:"));
+    EXPECT_THAT(run.err, HasSubstr("E/zeld: ZelPolicy::processJsonPolicy_v1_0:"));
     EXPECT_THAT(run.err, HasSubstr("- Invalid component definition in ZEL policy document.\n"));
 }
 

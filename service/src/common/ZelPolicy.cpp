@@ -1,6 +1,46 @@
 #include "ZelPolicy.h"
 
-#include "ZelPolicyLoader.h"
+#include <cstdio>
+#include <memory>
+#include <utility>
+
+#include "PolicyJsonMembers.h"
+#include "PolicyRapidJson.h"
+#include "ZelLog.h"
+
+// Every line of the loader is logged from one of the three entry points, so
+// the log names the stage (file, parse and version, document walk) that
+// produced it. The walk is therefore one function, in document order, and the
+// loader lives in this file so that its lines carry the ZelPolicy file name.
+
+namespace {
+
+using rapidjson::Value;
+using namespace PolicyJsonMembers;
+
+constexpr const char* kStartProcessTask = "START_PROCESS";
+constexpr const char* kTaskStartedMessage = "ZEL_TASK_STARTED";
+constexpr const char* kTaskCompletedMessage = "ZEL_TASK_COMPLETED";
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+
+bool readWholeFile(FILE* file, std::string& text) {
+    char buffer[64 * 1024];
+    size_t count;
+    while ((count = fread(buffer, 1, sizeof(buffer), file)) > 0) text.append(buffer, count);
+    return ferror(file) == 0;
+}
+
+// A rule's dependency list: its JSON key, its name in log texts, its target.
+struct DependencyList {
+    const char* jsonKey;
+    const char* logName;
+    TaskKeyList PolicyTask::*list;
+};
+
+}  // namespace
 
 ZelPolicy::ZelPolicy() : taskTable(std::make_shared<PolicyTaskTable>()) {
     eventGroups.max_load_factor(1.0f);
@@ -8,13 +48,270 @@ ZelPolicy::ZelPolicy() : taskTable(std::make_shared<PolicyTaskTable>()) {
 }
 
 bool ZelPolicy::processJsonPolicyFromFile(const std::string& path) {
-    return ZelPolicyLoader(*this).processJsonPolicyFromFile(path);
+    ZEL_LOGD("building ZelPolicy from file '%s'", path.c_str());
+    std::unique_ptr<FILE, FileCloser> file(fopen(path.c_str(), "r"));
+    if (!file) {
+        ZEL_LOGE("Invalid ZEL policy file '%s'", path.c_str());
+        return false;
+    }
+    // A read error leaves a truncated text, which the parser then refuses.
+    std::string text;
+    (void)readWholeFile(file.get(), text);
+    file.reset();
+    return processJsonPolicyFromBuffer(text);
 }
 
 bool ZelPolicy::processJsonPolicyFromBuffer(const std::string& text) {
-    return ZelPolicyLoader(*this).processJsonPolicyFromBuffer(text);
+    rapidjson::Document document;
+    // Iterative parsing accepts exactly the documents the default recursive
+    // parser accepts, but deep nesting cannot exhaust the thread's stack. The
+    // text ends at its first NUL byte.
+    document.Parse<rapidjson::kParseIterativeFlag>(text.c_str());
+    if (!document.IsObject()) {
+        ZEL_LOGE("Invalid ZEL policy file format");
+        return false;
+    }
+    const Value* version = find(document, "version");
+    if (version == nullptr || !version->IsDouble()) {
+        ZEL_LOGE("ZEL policy doc is missing version");
+        return false;
+    }
+    // Other versions are refused without a message.
+    if (version->GetDouble() != 1.0) return false;
+    return processJsonPolicy_v1_0(document);
 }
 
 bool ZelPolicy::processJsonPolicy_v1_0(const rapidjson::Document& root) {
-    return ZelPolicyLoader(*this).processJsonPolicy_v1_0(root);
+    // The document's sections; the model's members are reached through `this`.
+    const Value* eventGroups = root.IsObject() ? find(root, "eventGroups") : nullptr;
+    const Value* components = root.IsObject() ? find(root, "components") : nullptr;
+    const Value* rules = root.IsObject() ? find(root, "rules") : nullptr;
+    if (eventGroups == nullptr || components == nullptr || rules == nullptr) {
+        ZEL_LOGE("ZEL policy doc has no events, components, or rules");
+        return false;
+    }
+
+    // Event groups and their events. A repeated name keeps its first id.
+    if (!eventGroups->IsArray()) {
+        ZEL_LOGE("Invalid event group definition in ZEL policy document.");
+        return false;
+    }
+    for (const Value& group : eventGroups->GetArray()) {
+        std::string groupName;
+        int32_t groupId = 0;
+        if (!group.IsObject() || !readString(group, "groupName", groupName) ||
+            !readInt(group, "groupId", groupId)) {
+            ZEL_LOGE("Invalid event group definition in ZEL policy document.");
+            return false;
+        }
+        ZEL_LOGD("Added event group (%s, %d)", groupName.c_str(), groupId);
+        this->eventGroups.emplace(groupName, groupId);
+        auto& groupMap = this->groupEvents[groupName];
+        groupMap.max_load_factor(1.0f);
+        const Value* events = find(group, "events");
+        if (events == nullptr || !events->IsArray()) {
+            ZEL_LOGE("Invalid event definition for eventGroup %s", groupName.c_str());
+            return false;
+        }
+        for (const Value& event : events->GetArray()) {
+            std::string eventName;
+            int32_t eventId = 0;
+            if (!event.IsObject() || !readString(event, "eventName", eventName) ||
+                !readInt(event, "eventId", eventId)) {
+                ZEL_LOGE("Invalid event definition in ZEL policy document.");
+                return false;
+            }
+            ZEL_LOGD("Added event (%s, %d) to eventGroup %s", eventName.c_str(), eventId,
+                     groupName.c_str());
+            groupMap.emplace(std::move(eventName), eventId);
+        }
+    }
+    ZEL_LOGI("Parsed eventGroups and events");
+
+    // Components and their tasks. A component whose identifier repeats an
+    // earlier one is not kept, so its tasks' weak references expire when
+    // `component` goes out of scope at the end of its element.
+    if (!components->IsArray()) {
+        ZEL_LOGE("Invalid component definition in ZEL policy document.");
+        return false;
+    }
+    for (const Value& element : components->GetArray()) {
+        auto component = std::make_shared<PolicyComponent>();
+        std::string startProperty;
+        std::string stopProperty;
+        if (!element.IsObject() || !readString(element, "identifier", component->identifier) ||
+            !readString(element, "processName", component->processName) ||
+            !readOptionalString(element, "startProperty", startProperty) ||
+            !readOptionalString(element, "stopProperty", stopProperty) ||
+            !readOptionalUint(element, "memoryRequirement", component->memoryRequirement)) {
+            ZEL_LOGE("Invalid component definition in ZEL policy document.");
+            return false;
+        }
+        component->startProperty = PropertySetting::fromDocumentText(startProperty);
+        component->stopProperty = PropertySetting::fromDocumentText(stopProperty);
+        component->autostart = readFlag(element, "autostart", false);
+        const std::string& compId = component->identifier;
+        ZEL_LOGI("Added component (%s, %s)", compId.c_str(), component->processName.c_str());
+        this->components.emplace(compId, component);
+
+        const Value* tasks = find(element, "tasks");
+        if (tasks == nullptr || !tasks->IsArray()) {
+            ZEL_LOGE("Invalid task definition for component %s", compId.c_str());
+            return false;
+        }
+        for (const Value& taskValue : tasks->GetArray()) {
+            auto task = std::make_shared<PolicyTask>();
+            if (!taskValue.IsObject() || !readString(taskValue, "identifier", task->identifier) ||
+                !readString(taskValue, "priorityType", task->priorityType) ||
+                !readOptionalInt(taskValue, "priorityValue", task->priorityValue) ||
+                !readOptionalInt(taskValue, "minimumGuaranteedRuntime",
+                                 task->minimumGuaranteedRuntime)) {
+                ZEL_LOGE("Missing required task object members in ZEL policy document for "
+                         "component %s",
+                         compId.c_str());
+                return false;
+            }
+            task->preempt = readFlag(taskValue, "preempt", true);
+            task->component = component;
+            const std::string& taskId = task->identifier;
+            ZEL_LOGD("Added task (%s, %s) to component %s", taskId.c_str(),
+                     task->priorityType.c_str(), compId.c_str());
+            this->taskTable->insert(TaskKey(compId, taskId), task);
+            if (component->autostart && taskId == kStartProcessTask) {
+                this->autoStartTasks.emplace_back(compId, taskId);
+                // The text names task then component while the arguments give
+                // component then task: readers of the log rely on this form.
+                ZEL_LOGD("Auto start task %s, in component %s", compId.c_str(), taskId.c_str());
+            }
+        }
+    }
+
+    // Rules: dependencies and events attached to existing tasks.
+    if (!rules->IsArray()) {
+        ZEL_LOGE("Invalid rules definition in ZEL policy document.");
+        return false;
+    }
+    for (const Value& rule : rules->GetArray()) {
+        std::string name;
+        if (!rule.IsObject() || !readOptionalString(rule, "name", name)) {
+            ZEL_LOGE("Invalid rule definition in ZEL policy document.");
+            return false;
+        }
+        const Value* identifier = find(rule, "identifier");
+        if (identifier == nullptr) {
+            ZEL_LOGW("Rule '%s' definition does not include indentifier member.", name.c_str());
+            return false;
+        }
+        TaskKey ruleKey;
+        if (!identifier->IsObject() || !readString(*identifier, "componentId", ruleKey.first) ||
+            !readString(*identifier, "taskId", ruleKey.second)) {
+            ZEL_LOGW("Rule '%s' definition includes invalid indentifier member.", name.c_str());
+            return false;
+        }
+        const std::shared_ptr<PolicyTask> task = this->taskTable->find(ruleKey);
+        if (!task) {
+            ZEL_LOGW("Rule '%s' definition includes invalid component:%s,task:%s", name.c_str(),
+                     ruleKey.first.c_str(), ruleKey.second.c_str());
+            return false;
+        }
+
+        const Value* dependencies = find(rule, "dependencies");
+        if (dependencies == nullptr || !dependencies->IsObject()) {
+            ZEL_LOGI("Rule '%s' definition doesn't has any dependencies defined", name.c_str());
+        } else {
+            for (const DependencyList& kind :
+                 {DependencyList{"allowlist", "allowList", &PolicyTask::allowList},
+                  DependencyList{"denylist", "denyList", &PolicyTask::denyList}}) {
+                const Value* entries = find(*dependencies, kind.jsonKey);
+                if (entries == nullptr || !entries->IsArray()) {
+                    ZEL_LOGI("Rule '%s' definition doesn't include %s member.", name.c_str(),
+                             kind.logName);
+                    continue;
+                }
+                for (const Value& entry : entries->GetArray()) {
+                    TaskKey dependency;
+                    if (!entry.IsObject() || !readString(entry, "componentId", dependency.first) ||
+                        !readString(entry, "taskId", dependency.second)) {
+                        ZEL_LOGW("Rule '%s' definition includes invalid %s member.", name.c_str(),
+                                 kind.logName);
+                        return false;
+                    }
+                    if (!this->taskTable->find(dependency)) {
+                        ZEL_LOGW("Rule '%s' definition includes invalid %s component/task(%s,%s)",
+                                 name.c_str(), kind.logName, dependency.first.c_str(),
+                                 dependency.second.c_str());
+                        return false;
+                    }
+                    ZEL_LOGI("Comp:%s, Task:%s depends on Comp:%s, Task:%s",
+                             ruleKey.first.c_str(), ruleKey.second.c_str(),
+                             dependency.first.c_str(), dependency.second.c_str());
+                    ((*task).*kind.list).push_back(std::move(dependency));
+                }
+            }
+        }
+
+        const Value* actions = find(rule, "actions");
+        if (actions == nullptr || !actions->IsArray()) {
+            ZEL_LOGW("Rule '%s' definition includes invalid actions member.", name.c_str());
+            return false;
+        }
+        for (const Value& action : actions->GetArray()) {
+            const Value* message = action.IsObject() ? find(action, "message") : nullptr;
+            const Value* events = action.IsObject() ? find(action, "events") : nullptr;
+            if (message == nullptr || events == nullptr) {
+                ZEL_LOGW("Rule '%s' definition doesn't includes actions member.", name.c_str());
+                continue;
+            }
+            if (!message->IsString()) {
+                ZEL_LOGW("Rule '%s' definition doesn't includes actions member.", name.c_str());
+                return false;
+            }
+            const std::string messageText = toString(*message);
+            if (!events->IsArray()) {
+                ZEL_LOGW("Action '%s' definition doesn't includes events member.",
+                         messageText.c_str());
+                continue;
+            }
+            for (const Value& entry : events->GetArray()) {
+                const Value* groupName = entry.IsObject() ? find(entry, "eventGroup") : nullptr;
+                const Value* eventName = entry.IsObject() ? find(entry, "eventName") : nullptr;
+                if (groupName == nullptr || eventName == nullptr) {
+                    ZEL_LOGW("Action '%s' definition includes invalid event.", messageText.c_str());
+                    continue;
+                }
+                if (!groupName->IsString() || !eventName->IsString()) {
+                    ZEL_LOGW("Action '%s' definition includes invalid event.", messageText.c_str());
+                    return false;
+                }
+                const std::string group = toString(*groupName);
+                const std::string event = toString(*eventName);
+                const auto groupId = this->eventGroups.find(group);
+                const auto groupMap = this->groupEvents.find(group);
+                if (groupId == this->eventGroups.end() || groupMap == this->groupEvents.end()) {
+                    ZEL_LOGW("Action '%s' definition includes invalid event group '%s'.",
+                             messageText.c_str(), group.c_str());
+                    return false;
+                }
+                const auto eventId = groupMap->second.find(event);
+                if (eventId == groupMap->second.end()) {
+                    ZEL_LOGW("Action '%s' definition includes invalid event '%s'.",
+                             messageText.c_str(), event.c_str());
+                    return false;
+                }
+                // The event service carries group ids in 8 bits.
+                const PolicyEvent policyEvent{static_cast<uint8_t>(groupId->second),
+                                              eventId->second};
+                if (messageText == kTaskStartedMessage) {
+                    task->startEvents.push_back(policyEvent);
+                    ZEL_LOGD("Added start event (%s, %s) to '%s'", group.c_str(), event.c_str(),
+                             ruleKey.second.c_str());
+                } else if (messageText == kTaskCompletedMessage) {
+                    task->stopEvents.push_back(policyEvent);
+                    ZEL_LOGD("Added stop event (%s, %s) to '%s'", group.c_str(), event.c_str(),
+                             ruleKey.second.c_str());
+                }
+            }
+        }
+    }
+    return true;
 }
