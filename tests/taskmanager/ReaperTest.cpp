@@ -109,20 +109,28 @@ void startQuick(ZelTaskManager& manager) {
     }
 }
 
+// Nothing but reports wakes a request that arrives during a purge, so these
+// children make requests only just after a purge, when the next one is a
+// whole period away.
 void purgesPeriodicallyAndWhenWoken() {
     ZelTestRoot root;
+    zel::hostlog::ZelLogCapture log;
     auto events = std::make_shared<ZelRecordingEventDispatcher>();
     auto manager = createInChild(root, events);
     if (events->subscriptions().size() != 1) _exit(13);
+    auto purged = [&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); };
+    if (!waitUntil(purged, milliseconds(7000))) _exit(14);  // at once or after one period
+    std::this_thread::sleep_for(milliseconds(100));
 
     startQuick(*manager);
     auto gone = [&] { return manager->getTask("sync", "quick") == nullptr; };
-    if (!waitUntil(gone, milliseconds(12000))) _exit(14);  // at the latest after one period
+    if (!waitUntil(gone, milliseconds(7000))) _exit(15);  // the next periodic purge
+    std::this_thread::sleep_for(milliseconds(100));
 
-    // Just after a purge: a report with running tasks purges long before the period ends.
+    // A report with running tasks purges long before the period ends.
     startQuick(*manager);
     events->deliverMemoryReport(1, 1, 0, 1000);
-    if (!waitUntil(gone, milliseconds(3500))) _exit(15);
+    if (!waitUntil(gone, milliseconds(3500))) _exit(16);
     _exit(0);
 }
 
@@ -145,10 +153,10 @@ void stopIsOverwritten() {
     }).detach();
     if (!waitUntil([&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); },
                    milliseconds(3000))) {
-        _exit(16);
+        _exit(17);
     }
     std::this_thread::sleep_for(milliseconds(500));
-    _exit(stopped ? 17 : 0);
+    _exit(stopped ? 18 : 0);
 }
 
 TEST(TaskManagerCreateTest, StopWhileTheReaperWaitsIsOverwritten) {

@@ -21,10 +21,26 @@ void runRequestsReaperAndReports() {
     auto events = std::make_shared<ZelRecordingEventDispatcher>();
     auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), events);
     if (manager == nullptr) _exit(10);
+
+    // The resource monitor stand-in, running before the first request: a
+    // request that arrives during a purge waits for the next wake-up, which
+    // only reports give. Each report arrives on a thread of its own, as on a
+    // binder thread; one that waits for a purge is released by a later one.
+    std::atomic<bool> done{false};
+    std::thread reports([&] {
+        for (int sequence = 0; !done; ++sequence) {
+            const uint8_t status = sequence % 4 == 0 ? 4 : 1;
+            const uint64_t value = 400 + static_cast<uint64_t>(sequence % 3) * 300;
+            std::thread([events, status, value] {
+                events->deliverMemoryReport(1, status, value, 1000);
+            }).detach();
+            std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        }
+    });
+
     // Keeps the running table non-empty, so every report wakes the reaper.
     if (manager->taskStarted("sync", "alarm", 0, -1, nullptr, 2, false) != 0) _exit(11);
 
-    std::atomic<int> activeRequesters{3};
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
     auto requester = [&](const char* compId, const char* taskId, bool notify) {
         for (int i = 0; i < 100 || std::chrono::steady_clock::now() < deadline; ++i) {
@@ -37,27 +53,14 @@ void runRequestsReaperAndReports() {
             }
             if (i % 3 != 0) manager->taskCompleted(compId, taskId);  // the rest is reaped
         }
-        --activeRequesters;
     };
     std::vector<std::thread> requesters;
     requesters.emplace_back(requester, "sync", "index", true);
     requesters.emplace_back(requester, "sync", "upload", true);
     requesters.emplace_back(requester, "media", "scan", false);
-
-    // The resource monitor stand-in: each report arrives on a thread of its
-    // own, as on a binder thread; one that waits for a purge is released by a
-    // later report.
-    int sequence = 0;
-    while (activeRequesters > 0) {
-        const uint8_t status = sequence % 4 == 0 ? 4 : 1;
-        const uint64_t value = 400 + static_cast<uint64_t>(sequence % 3) * 300;
-        std::thread([events, status, value] {
-            events->deliverMemoryReport(1, status, value, 1000);
-        }).detach();
-        ++sequence;
-        std::this_thread::sleep_for(std::chrono::milliseconds(3));
-    }
     for (std::thread& thread : requesters) thread.join();
+    done = true;
+    reports.join();
     _exit(0);
 }
 
