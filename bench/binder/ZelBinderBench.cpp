@@ -53,7 +53,7 @@ std::map<std::string, Figures> gFigures;
 
 // Times `once` per iteration and reports the distribution.
 template <typename F>
-void measure(benchmark::State& state, F&& once) {
+void measure(benchmark::State& state, const std::string& key, F&& once) {
     std::vector<double> micros;
     micros.reserve(static_cast<size_t>(state.max_iterations));
     for (auto _ : state) {
@@ -63,7 +63,7 @@ void measure(benchmark::State& state, F&& once) {
     }
     std::sort(micros.begin(), micros.end());
     Figures f{micros[micros.size() / 2], micros[micros.size() * 99 / 100], micros.back()};
-    gFigures[state.name()] = f;
+    gFigures[key] = f;
     state.counters["median_us"] = f.median;
     state.counters["p99_us"] = f.p99;
     state.counters["max_us"] = f.max;
@@ -84,7 +84,7 @@ void readFully(int fd, uint8_t* buf, size_t len) {
 
 void BM_RawSocketPingPong(benchmark::State& state) {
     std::vector<uint8_t> buf(kRawPayload, 0x5A);
-    measure(state, [&] {
+    measure(state, "raw", [&] {
         if (write(gRawFd, buf.data(), buf.size()) != static_cast<ssize_t>(buf.size())) std::abort();
         readFully(gRawFd, buf.data(), buf.size());
     });
@@ -119,7 +119,7 @@ sp<WaitingCallback> gCallback;
 void BM_SyncCall(benchmark::State& state) {
     const ServiceIdentifier noCallback(ServiceIdentifier::COM_OSTREL_MARLOWAPP);
     const MessageIdentifier request(MessageIdentifier::ASYNC_REQUEST);
-    measure(state, [&] {
+    measure(state, "sync", [&] {
         if (!gService->sendAsyncMessage(noCallback, request, gRequest).isOk()) std::abort();
     });
 }
@@ -128,7 +128,7 @@ void BM_CallWithOnewayCallback(benchmark::State& state) {
     const ServiceIdentifier client(ServiceIdentifier::COM_OSTREL_ZELD_TEST_CLIENT);
     const MessageIdentifier request(MessageIdentifier::ASYNC_REQUEST);
     uint64_t expected = 0;
-    measure(state, [&] {
+    measure(state, "callback", [&] {
         if (!gService->sendAsyncMessage(client, request, gRequest).isOk()) std::abort();
         gCallback->waitFor(++expected);
     });
@@ -166,9 +166,9 @@ pid_t startBinderServer() {
     return pid;
 }
 
-void printRatio(const char* what, const std::string& name) {
-    const Figures& raw = gFigures["BM_RawSocketPingPong/iterations:20000/real_time"];
-    const Figures& f = gFigures[name + "/iterations:20000/real_time"];
+void printRatio(const char* what, const std::string& key) {
+    const Figures& raw = gFigures["raw"];
+    const Figures& f = gFigures[key];
     if (raw.median <= 0) return;
     std::printf("%-26s median %7.1f us (%.2fx raw)   p99 %7.1f us (%.2fx raw)   max %8.1f us\n", what, f.median,
                 f.median / raw.median, f.p99, f.p99 / raw.p99, f.max);
@@ -199,9 +199,9 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     std::printf("\nRatios to the raw socket ping-pong of this run:\n");
-    printRatio("raw socket ping-pong", "BM_RawSocketPingPong");
-    printRatio("(a) synchronous call", "BM_SyncCall");
-    printRatio("(b) call + oneway callback", "BM_CallWithOnewayCallback");
+    printRatio("raw socket ping-pong", "raw");
+    printRatio("(a) synchronous call", "sync");
+    printRatio("(b) call + oneway callback", "callback");
 
     kill(raw, SIGKILL);
     kill(server, SIGKILL);
