@@ -49,8 +49,8 @@ constexpr size_t kDefaultMaxThreads = 15;
 constexpr int kIdleExitMs = 2000;
 // One-way frames queued per connection before it stops being read.
 constexpr size_t kMaxQueuedOneway = 64;
-// How long a peer may take to finish a frame it started, or to take a reply.
-constexpr int kIoTimeoutSeconds = 5;
+// How long a peer may take to take a reply before its connection is closed.
+constexpr int kReplyTimeoutSeconds = 5;
 
 bool makeDirectory(const std::string& path, mode_t mode) {
     return mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
@@ -101,9 +101,8 @@ void unlinkAtExit(const std::string& path) {
     gExitSockets->emplace_back(getpid(), path);
 }
 
-void setIoTimeouts(int fd) {
-    timeval tv{kIoTimeoutSeconds, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+void setReplyTimeout(int fd) {
+    timeval tv{kReplyTimeoutSeconds, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
 }
 
@@ -116,6 +115,8 @@ struct ZelBinderRuntime::Incoming {
     pid_t pid = 0;
     uid_t uid = 0;
     std::mutex writeLock;  // one reply at a time; leaf lock
+    std::mutex readLock;   // held by the thread reading; leaf lock
+    ZelFrameReader reader;
 
     std::mutex lock;  // guards the fields below; leaf lock
     std::string endpoint;  // from HELLO; empty until then
@@ -457,7 +458,7 @@ void ZelBinderRuntime::acceptAll() {
         auto conn = std::make_shared<Incoming>();
         conn->fd.reset(fd);
         zelPeerCredentials(fd, &conn->pid, &conn->uid);
-        setIoTimeouts(fd);
+        setReplyTimeout(fd);
         {
             std::lock_guard<std::mutex> guard(mLock);
             conn->id = mNextId++;
@@ -500,86 +501,81 @@ void ZelBinderRuntime::closeIncoming(const std::shared_ptr<Incoming>& conn, cons
 }
 
 void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
-    ZelFrame frame;
-    const status_t status = zelReadFrame(conn->fd.get(), &frame);
-    if (status != OK) {
-        closeIncoming(conn, status == DEAD_OBJECT ? nullptr
-                            : status == android::TIMED_OUT ? "incomplete frame"
-                                                           : "malformed frame");
-        return;
+    std::vector<ZelFrame> frames;
+    status_t status;
+    {
+        std::lock_guard<std::mutex> guard(conn->readLock);
+        status = conn->reader.readAvailable(conn->fd.get(), &frames);
     }
     std::string endpoint;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
         endpoint = conn->endpoint;
     }
-    if (endpoint.empty()) {
-        const std::string name(frame.payload.begin(), frame.payload.end());
-        if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(name)) {
-            closeIncoming(conn, "no HELLO");
-            return;
-        }
-        {
+    // Frames are taken in arrival order: references first resolved, one-way
+    // calls queued, synchronous calls kept to run here.
+    std::vector<Call> syncCalls;
+    const char* fault = status == OK || status == DEAD_OBJECT ? nullptr : "malformed frame";
+    for (ZelFrame& frame : frames) {
+        if (endpoint.empty()) {
+            endpoint.assign(frame.payload.begin(), frame.payload.end());
+            if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(endpoint)) {
+                fault = "no HELLO";
+                break;
+            }
             std::lock_guard<std::mutex> guard(conn->lock);
-            conn->endpoint = name;
+            conn->endpoint = endpoint;
+            continue;
         }
-        rearm(conn);
-        return;
-    }
-    switch (frame.type) {
-        case ZelFrameType::HELLO:
-        case ZelFrameType::REPLY:
-            closeIncoming(conn, "unexpected frame type");
-            return;
-        case ZelFrameType::REFS: {
+        if (frame.type == ZelFrameType::REFS) {
             const sp<BBinder> released = mExports.applyRefs(
                     endpoint, frame.handle, static_cast<int32_t>(frame.code), frame.flags);
-            rearm(conn);
-            return;
+            continue;
         }
-        case ZelFrameType::TRANSACTION: {
-            Call call;
-            call.code = frame.code;
-            call.flags = frame.flags;
-            call.target = mExports.lookup(frame.handle);
-            call.data = std::make_unique<Parcel>();
-            unflatten(std::move(frame), endpoint, call.data.get());
-            if ((call.flags & kZelFlagOneway) != 0) {
-                runOneway(conn, std::move(call));
-            } else {
-                rearm(conn);
-                spareThreadIfNeeded();
-                execute(conn, endpoint, std::move(call));
-            }
-            return;
+        if (frame.type != ZelFrameType::TRANSACTION) {
+            fault = "unexpected frame type";
+            break;
+        }
+        Call call;
+        call.code = frame.code;
+        call.flags = frame.flags;
+        call.target = mExports.lookup(frame.handle);
+        call.data = std::make_unique<Parcel>();
+        unflatten(std::move(frame), endpoint, call.data.get());
+        if ((call.flags & kZelFlagOneway) != 0) {
+            std::lock_guard<std::mutex> guard(conn->lock);
+            conn->oneway.push_back(std::move(call));
+        } else {
+            syncCalls.push_back(std::move(call));
         }
     }
-}
 
-void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, Call&& first) {
-    bool queued = false;
+    bool drain = false;
     bool keepReading = true;
-    std::string endpoint;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
-        endpoint = conn->endpoint;
-        if (conn->onewayRunning) {
-            conn->oneway.push_back(std::move(first));
-            queued = true;
-            // A full queue stops reading the connection until it drains.
-            keepReading = conn->oneway.size() < kMaxQueuedOneway;
-            conn->rearmPending = !keepReading;
-        } else {
+        if (!conn->oneway.empty() && !conn->onewayRunning) {
             conn->onewayRunning = true;
+            drain = true;
         }
+        // A full queue stops reading the connection until it drains.
+        keepReading = conn->oneway.size() < kMaxQueuedOneway;
+        conn->rearmPending = !keepReading;
     }
-    if (keepReading) rearm(conn);
-    if (queued) return;
-    spareThreadIfNeeded();
-    Call call = std::move(first);
+    if (status != OK || fault != nullptr) {
+        closeIncoming(conn, fault);
+    } else if (keepReading) {
+        rearm(conn);
+    }
+    if (drain || !syncCalls.empty()) spareThreadIfNeeded();
+    // Earlier one-way calls of this caller go before its synchronous call.
+    if (drain) drainOneway(conn, endpoint);
+    for (Call& call : syncCalls) execute(conn, endpoint, std::move(call));
+}
+
+void ZelBinderRuntime::drainOneway(const std::shared_ptr<Incoming>& conn, const std::string& endpoint) {
     for (;;) {
-        execute(conn, endpoint, std::move(call));
-        bool more = false;
+        Call call;
         bool resume = false;
         {
             std::lock_guard<std::mutex> guard(conn->lock);
@@ -588,15 +584,16 @@ void ZelBinderRuntime::runOneway(const std::shared_ptr<Incoming>& conn, Call&& f
             } else {
                 call = std::move(conn->oneway.front());
                 conn->oneway.pop_front();
-                more = true;
             }
-            if (conn->rearmPending && (!more || conn->oneway.size() < kMaxQueuedOneway / 2)) {
+            if (conn->rearmPending && conn->oneway.size() < kMaxQueuedOneway / 2) {
                 conn->rearmPending = false;
                 resume = true;
             }
+            if (!conn->onewayRunning && !resume) return;
         }
         if (resume) rearm(conn);
-        if (!more) return;
+        if (call.data == nullptr) return;
+        execute(conn, endpoint, std::move(call));
     }
 }
 

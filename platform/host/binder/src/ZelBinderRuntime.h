@@ -97,7 +97,8 @@ private:
     void dispatch(uint64_t tag, uint32_t events);
     void acceptAll();
     void serveConnection(const std::shared_ptr<Incoming>& conn);
-    void runOneway(const std::shared_ptr<Incoming>& conn, Call&& call);
+    // Runs the connection's queued one-way calls, in order, until none is left.
+    void drainOneway(const std::shared_ptr<Incoming>& conn, const std::string& endpoint);
     void execute(const std::shared_ptr<Incoming>& conn, const std::string& endpoint, Call&& call);
     void rearm(const std::shared_ptr<Incoming>& conn);
     void closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why);

@@ -113,7 +113,7 @@ status_t ZelPeer::transact(uint32_t handle, uint32_t code, const Parcel& data, P
     if (oneway) return OK;
 
     ZelFrame answer;
-    status = zelReadFrame(conn->fd.get(), &answer);
+    status = conn->reader.readOne(conn->fd.get(), &answer);
     if (status != OK || answer.type != ZelFrameType::REPLY) {
         checkin(conn);
         return fail(DEAD_OBJECT);

@@ -56,6 +56,7 @@ private:
     struct Connection {
         unique_fd fd;
         std::mutex writeLock;  // one frame at a time; leaf lock
+        ZelFrameReader reader;  // used by the synchronous call that has the connection
     };
 
     // Opens a connection and introduces this process on it.
