@@ -174,19 +174,20 @@ status_t Parcel::writeUtf8AsUtf16(const std::string& str) {
     return writeString16(utf16);
 }
 
-status_t Parcel::writeByteVector(const std::vector<int8_t>& val) {
+namespace {
+
+template <typename Byte>
+status_t writeBytes(Parcel* parcel, const std::vector<Byte>& val) {
     if (val.size() > INT32_MAX) return BAD_VALUE;
-    status_t status = writeInt32(static_cast<int32_t>(val.size()));
+    status_t status = parcel->writeInt32(static_cast<int32_t>(val.size()));
     if (status != OK) return status;
-    return write(val.data(), val.size());
+    return parcel->write(val.data(), val.size());
 }
 
-status_t Parcel::writeByteVector(const std::vector<uint8_t>& val) {
-    if (val.size() > INT32_MAX) return BAD_VALUE;
-    status_t status = writeInt32(static_cast<int32_t>(val.size()));
-    if (status != OK) return status;
-    return write(val.data(), val.size());
-}
+}  // namespace
+
+status_t Parcel::writeByteVector(const std::vector<int8_t>& val) { return writeBytes(this, val); }
+status_t Parcel::writeByteVector(const std::vector<uint8_t>& val) { return writeBytes(this, val); }
 
 template <typename T>
 status_t Parcel::writeTypedVector(const std::vector<T>& val, status_t (Parcel::*writeOne)(T)) {
