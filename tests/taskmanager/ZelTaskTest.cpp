@@ -6,18 +6,51 @@
 #include <cstring>
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "ZelResourceStatus.h"
 #include "ZelTaskManagerTestSupport.h"
 
 namespace {
 
+// The token that the `draws`-th draw from a freshly seeded engine gives: the
+// low 31 bits of an engine output plus 1, all-ones being drawn again.
 uint32_t firstDrawWithSeed(uint32_t seed, int draws = 1) {
     std::mt19937 engine(seed);
-    std::uniform_int_distribution<uint32_t> distribution(1, 0x7FFFFFFF);
     uint32_t value = 0;
-    for (int i = 0; i < draws; ++i) value = distribution(engine);
+    for (int i = 0; i < draws; ++i) {
+        do {
+            value = static_cast<uint32_t>(engine()) & 0x7FFFFFFFu;
+        } while (value == 0x7FFFFFFFu);
+        ++value;
+    }
     return value;
+}
+
+// Hands out the outputs it was given, as a 32-bit engine.
+class ScriptedEngine {
+public:
+    using result_type = uint32_t;
+    explicit ScriptedEngine(std::vector<uint32_t> outputs) : mOutputs(std::move(outputs)) {}
+    static constexpr result_type min() { return 0; }
+    static constexpr result_type max() { return 0xFFFFFFFFu; }
+    result_type operator()() { return mOutputs.at(mNext++); }
+    size_t used() const { return mNext; }
+
+private:
+    std::vector<uint32_t> mOutputs;
+    size_t mNext = 0;
+};
+
+TEST(ZelTaskTest, TokenDrawTakes31BitsAndRejectsTheValueOutsideTheRange) {
+    EXPECT_EQ(gTokenDistribution.a(), 1u);
+    EXPECT_EQ(gTokenDistribution.b(), 0x7FFFFFFFu);
+    ScriptedEngine engine({0xFFFFFFFFu, 0x7FFFFFFFu, 0x80000000u, 0x80000005u, 0x7FFFFFFEu});
+    EXPECT_EQ(gTokenDistribution(engine), 1u);  // two all-ones draws rejected, top bit dropped
+    EXPECT_EQ(engine.used(), 3u);
+    EXPECT_EQ(gTokenDistribution(engine), 6u);
+    EXPECT_EQ(gTokenDistribution(engine), 0x7FFFFFFFu);
+    EXPECT_EQ(engine.used(), 5u);
 }
 
 TEST(ZelTaskTest, FactoryNeedsContextAndCallbackTogetherAndDrawsOnlyForARecord) {

@@ -13,7 +13,7 @@ std::random_device gRandomDevice("/dev/urandom");
 }  // namespace
 
 std::mt19937 gTokenEngine(static_cast<std::mt19937::result_type>(gRandomDevice()));
-std::uniform_int_distribution<uint32_t> gTokenDistribution(1, 0x7FFFFFFF);
+ZelTokenDistribution gTokenDistribution(1, 0x7FFFFFFF);
 std::mutex gTokenLock;
 
 uint32_t ZelTask::drawToken() {
