@@ -87,7 +87,7 @@ public:
     std::shared_ptr<LockedTaskMap> mRunningTaskList;  // reported started, not completed
     std::shared_ptr<LockedTaskMap> mPendingTaskList;  // waiting for a deferred decision
     std::list<TaskKey> mStoppedTaskList;              // guarded by mStoppedTaskLock
-    std::mutex mStoppedTaskLock;                      // leaf below gReaperMutex
+    std::mutex mStoppedTaskLock;                      // after gReaperMutex, before a table mutex
     std::shared_ptr<ZelResourceStatus> mResourceStatus;
 
 private:
