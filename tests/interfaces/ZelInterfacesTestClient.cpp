@@ -36,8 +36,8 @@ public:
                         const std::vector<uint8_t>& data) override {
         ZelCallbackParamsParcelable reply;
         const bool decoded = ZelParcelableHelperUtils::convertBytesToParcelable(data, &reply);
-        std::printf("reply from %d kind %d: %s token=%d canStart=%d status=%d\n", sender.value, kind.value,
-                    decoded ? "" : "(undecodable)", reply.token, reply.canStart, reply.status);
+        std::printf("reply from %d kind %d: %stoken=%d canStart=%d status=%d\n", sender.value, kind.value,
+                    decoded ? "" : "(undecodable) ", reply.token, reply.canStart, reply.status);
         std::fflush(stdout);
         std::lock_guard<std::mutex> guard(mLock);
         ++mCount;
