@@ -458,4 +458,20 @@ TEST_F(ZelBinderIpcTest, ShortLivedClientsLeaveNothingBehind) {
     EXPECT_LE(sockets, 3u);
 }
 
+TEST(ZelThreadPoolDeathTest, StopProcessMakesJoinedThreadsReturn) {
+    // In a child: stopping the pool is for good in a process.
+    EXPECT_EXIT(
+            {
+                binderTestRoot();
+                android::ProcessState::self()->startThreadPool();
+                std::thread joined([] { android::IPCThreadState::self()->joinThreadPool(true); });
+                while (zel::binder::zelBinderStats().poolThreads < 2) std::this_thread::yield();
+                android::IPCThreadState::self()->stopProcess();
+                joined.join();
+                while (zel::binder::zelBinderStats().poolThreads != 0) std::this_thread::yield();
+                _exit(0);
+            },
+            ::testing::ExitedWithCode(0), "");
+}
+
 }  // namespace

@@ -26,11 +26,11 @@ namespace zel::binder {
 //
 // It listens on $ZELD_ROOT/dev/binder/<endpoint>, where the endpoint is
 // "<pid>-<random>". Pool threads wait together on one epoll set holding the
-// listening socket, every accepted connection (one-shot: one thread reads one
-// frame at a time from a connection) and the primary connection of every
-// peer (hang-up only). A thread that takes a synchronous transaction re-arms
-// the connection and runs it; one-way transactions of a connection run one
-// after the other in arrival order. When every pool thread is busy another
+// listening socket, every accepted connection (one-shot: one thread at a
+// time reads a connection and takes every complete frame of that read) and
+// the primary connection of every peer (hang-up only). The reading thread
+// re-arms the connection, then runs what it read; one-way transactions of a
+// connection run one after the other in arrival order. When every pool thread is busy another
 // is spawned, up to the maximum; spawned threads leave after a while idle.
 //
 // Locks, in the order they may nest: a peer's lock, then mLock; a
