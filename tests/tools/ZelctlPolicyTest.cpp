@@ -1,13 +1,18 @@
-// "zelctl policy check": the real binary on real files.
+// "zelctl policy check" and "zelctl policy graph": the real binary on real
+// files, and the cycle finder behind the check.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
+#include "ZelPolicyCycles.h"
 #include "ZelTestRoot.h"
-#include "ZelctlRun.h"
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
@@ -16,22 +21,57 @@ using ::testing::IsEmpty;
 
 namespace {
 
-// Drops the source line number of a printed log line: "f::g:12 - " -> "f::g - ".
-std::string withoutLineNumber(const std::string& line) {
-    const auto dash = line.find(" - ");
-    const auto colon = dash == std::string::npos ? std::string::npos : line.rfind(':', dash);
-    if (colon == std::string::npos || colon + 1 == dash ||
-        line.find_first_not_of("0123456789", colon + 1) != dash) {
-        return line;
-    }
-    return line.substr(0, colon) + line.substr(dash);
+std::string readText(const std::string& path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
 }
 
-std::vector<std::string> withoutLineNumbers(const std::vector<std::string>& lines) {
-    std::vector<std::string> result;
-    for (const std::string& line : lines) result.push_back(withoutLineNumber(line));
-    return result;
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
 }
+
+// One run of the real zelctl binary.
+struct ZelctlRun {
+    int status;
+    std::string out, err;
+
+    // Each of `args` is passed as one word.
+    static ZelctlRun run(const std::vector<std::string>& args) {
+        char outPath[] = "/tmp/zelctl-out-XXXXXX", errPath[] = "/tmp/zelctl-err-XXXXXX";
+        close(mkstemp(outPath));
+        close(mkstemp(errPath));
+        std::string command = ZELCTL_PATH;
+        for (const std::string& arg : args) {
+            command += " '" + std::regex_replace(arg, std::regex("'"), "'\\''") + "'";
+        }
+        const int status = std::system((command + " >" + outPath + " 2>" + errPath).c_str());
+        ZelctlRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(outPath), readText(errPath)};
+        unlink(outPath);
+        unlink(errPath);
+        return run;
+    }
+    // Lines with the source line number of a log line dropped: "f::g:12 - " -> "f::g - ".
+    std::vector<std::string> outLines() const {
+        std::vector<std::string> lines;
+        for (const std::string& line : splitLines(out)) {
+            lines.push_back(std::regex_replace(line, std::regex(":[0-9]+ - "), " - ",
+                                               std::regex_constants::format_first_only));
+        }
+        return lines;
+    }
+    std::vector<std::string> warnings() const {
+        std::vector<std::string> found;
+        for (const std::string& line : splitLines(out)) {
+            if (line.rfind("warning: ", 0) == 0) found.push_back(line);
+        }
+        return found;
+    }
+};
 
 class ZelctlPolicyCheckTest : public ::testing::Test {
 protected:
@@ -55,13 +95,6 @@ std::string policy(const std::string& groups, const std::string& components,
            R"(, "rules": )" + rules + "}";
 }
 
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 }  // namespace
 
 TEST_F(ZelctlPolicyCheckTest, ExamplePolicyIsAcceptedWithTheLoadersLinesAndNoWarning) {
@@ -70,10 +103,10 @@ TEST_F(ZelctlPolicyCheckTest, ExamplePolicyIsAcceptedWithTheLoadersLinesAndNoWar
     EXPECT_THAT(run.err, IsEmpty());
     const auto lines = run.outLines();
     ASSERT_EQ(lines.size(), 57u);
-    EXPECT_EQ(withoutLineNumber(lines[0]),
+    EXPECT_EQ(lines[0],
               std::string("D/zeld: ZelPolicy::processJsonPolicyFromFile - building ZelPolicy "
                           "from file '") + ZELD_EXAMPLE_POLICY + "'");
-    EXPECT_EQ(withoutLineNumber(lines[17]),
+    EXPECT_EQ(lines[17],
               "I/zeld: ZelPolicy::processJsonPolicy_v1_0 - Parsed eventGroups and events");
     EXPECT_EQ(lines.back(), std::string(ZELD_EXAMPLE_POLICY) + ": accepted, 0 warnings");
     EXPECT_THAT(run.warnings(), IsEmpty());
@@ -84,7 +117,7 @@ TEST_F(ZelctlPolicyCheckTest, RefusedDocumentsExitOneAfterTheLoadersLines) {
     std::string path = write("bad.json", R"({"version": 1)" + tail);
     ZelctlRun run = ZelctlRun::run({"policy", "check", path});
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(withoutLineNumbers(run.outLines()),
+    EXPECT_THAT(run.outLines(),
                 ElementsAre("D/zeld: ZelPolicy::processJsonPolicyFromFile - building "
                             "ZelPolicy from file '" + path + "'",
                             "E/zeld: ZelPolicy::processJsonPolicyFromBuffer - ZEL policy doc "
@@ -102,7 +135,7 @@ TEST_F(ZelctlPolicyCheckTest, RefusedDocumentsExitOneAfterTheLoadersLines) {
                                           "actions": []}])"));
     run = ZelctlRun::run({"policy", "check", "--quiet", path});
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(withoutLineNumbers(run.outLines()),
+    EXPECT_THAT(run.outLines(),
                 ElementsAre("W/zeld: ZelPolicy::processJsonPolicy_v1_0 - Rule 'r' definition "
                             "includes invalid component:c,task:t",
                             path + ": refused: the daemon would not start with this policy"));
@@ -119,7 +152,7 @@ TEST_F(ZelctlPolicyCheckTest, QuietKeepsOnlyTheLoadersWarningsAndErrors) {
             R"([{"name": "r", "identifier": {"componentId": "c", "taskId": "t"}, "actions": [5]}])"));
     const ZelctlRun run = ZelctlRun::run({"policy", "check", "-q", path});
     EXPECT_EQ(run.status, 0);
-    EXPECT_THAT(withoutLineNumbers(run.outLines()),
+    EXPECT_THAT(run.outLines(),
                 ElementsAre("W/zeld: ZelPolicy::processJsonPolicy_v1_0 - Rule 'r' definition "
                             "doesn't includes actions member.",
                             path + ": accepted, 0 warnings"));
@@ -247,4 +280,74 @@ TEST_F(ZelctlPolicyCheckTest, UsageErrorsExitTwoWithAMessage) {
     const ZelctlRun help = ZelctlRun::run({"help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.out, HasSubstr("zelctl policy check [--quiet] FILE"));
+}
+
+TEST(ZelctlPolicyGraphTest, PrintsClustersNodesAndDependencyEdgesOrNothingWhenRefused) {
+    ZelTestRoot root;
+    root.writeFile("/p.json", R"({"version": 1.0, "eventGroups": [],
+      "components": [
+        {"identifier": "svc \"one\"", "processName": "p", "startProperty": "ctl.start p", "autostart": true,
+         "tasks": [{"identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL"},
+                   {"identifier": "work", "priorityType": "normal"}]},
+        {"identifier": "other", "processName": "q",
+         "tasks": [{"identifier": "job", "priorityType": "normal"}]}],
+      "rules": [
+        {"name": "r", "identifier": {"componentId": "other", "taskId": "job"},
+         "dependencies": {"allowlist": [{"componentId": "svc \"one\"", "taskId": "work"},
+                                        {"componentId": "svc \"one\"", "taskId": "START_PROCESS"}],
+                          "denylist": [{"componentId": "other", "taskId": "job"}]},
+         "actions": []}]})");
+    ZelctlRun run = ZelctlRun::run({"policy", "graph", root.at("/p.json")});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.err, IsEmpty());
+    EXPECT_EQ(run.out,
+              "digraph zel_policy {\n"
+              "  rankdir=LR;\n"
+              "  node [shape=box];\n"
+              "  subgraph cluster_0 {\n"
+              "    label=\"other\";\n"
+              "    t0 [label=\"job\"];\n"
+              "  }\n"
+              "  subgraph cluster_1 {\n"
+              "    label=\"svc \\\"one\\\"\";\n"
+              "    t1 [label=\"START_PROCESS\", peripheries=2, color=red];\n"
+              "    t2 [label=\"work\"];\n"
+              "  }\n"
+              "  t0 -> t2;\n"
+              "  t0 -> t1;\n"
+              "  t0 -> t0 [style=dashed, label=\"deny\"];\n"
+              "}\n");
+
+    // A refused policy prints no graph.
+    root.writeFile("/p.json", R"({"version": 1.0, "eventGroups": [], "components": {}, "rules": []})");
+    run = ZelctlRun::run({"policy", "graph", root.at("/p.json")});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, IsEmpty());
+    EXPECT_THAT(run.err, HasSubstr("E/zeld: ZelPolicy::processJsonPolicy_v1_0:"));
+    EXPECT_THAT(run.err, HasSubstr("- Invalid component definition in ZEL policy document.\n"));
+}
+
+TEST(ZelPolicyCyclesTest, ReportsOneCyclePerGroupOfMutuallyDependentTasks) {
+    const TaskKey a{"c", "a"}, b{"c", "b"}, c{"c", "c"}, d{"d", "d"}, e{"d", "e"};
+    // Acyclic diamond: no cycle.
+    EXPECT_THAT(ZelPolicyCycles::find({{a, {b, c}}, {b, {d}}, {c, {d}}}), IsEmpty());
+    // Two groups: a <-> b (with c hanging off it), and a self-dependency on e.
+    EXPECT_THAT(ZelPolicyCycles::find({{e, {e}}, {b, {c, a}}, {a, {b}}, {c, {d}}}),
+                ElementsAre(TaskKeyList{a, b, a}, TaskKeyList{e, e}));
+    // The shortest way round a group is reported, starting at its smallest key.
+    EXPECT_THAT(ZelPolicyCycles::find({{d, {a}}, {a, {b, d}}, {b, {c}}, {c, {d}}}),
+                ElementsAre(TaskKeyList{a, d, a}));
+}
+
+TEST(ZelPolicyCyclesTest, LongChainsNeitherOverflowNorReportFalseCycles) {
+    ZelPolicyCycles::Graph chain;
+    const int length = 100000;
+    for (int i = 0; i + 1 < length; ++i) {
+        chain[{"c", std::to_string(i)}] = {{"c", std::to_string(i + 1)}};
+    }
+    EXPECT_THAT(ZelPolicyCycles::find(chain), IsEmpty());
+    chain[{"c", std::to_string(length - 1)}] = {{"c", "0"}};
+    const auto cycles = ZelPolicyCycles::find(chain);
+    ASSERT_EQ(cycles.size(), 1u);
+    EXPECT_EQ(cycles[0].size(), static_cast<size_t>(length + 1));
 }
