@@ -17,83 +17,55 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <mutex>
-#include <string>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <com/ostrel/zeld/interfaces/BnZelBinderIPCRequestCallback.h>
-#include <com/ostrel/zeld/interfaces/IZelBinderIPC.h>
-#include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
-#include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 
-#include "ZelTestIpcService.h"
+#include "ZelTestServices.h"
 
 using namespace com::ostrel::zeld::interfaces;
 using android::sp;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr size_t kRawPayload = 256;
-constexpr const char* kServiceName = "com.ostrel.zeld.service.IZelBinderIPC";
-
 struct Figures {
-    double median = 0;
-    double p99 = 0;
-    double max = 0;
+    double median, p99, max;
 };
 std::map<std::string, Figures> gFigures;
+int gRawFd = -1;
+sp<IZelBinderIPC> gService;
+std::vector<uint8_t> gRequest;
 
-// Times `once` per iteration and reports the distribution.
+// Times `once` per iteration and reports the distribution under `key`.
 template <typename F>
 void measure(benchmark::State& state, const std::string& key, F&& once) {
     std::vector<double> micros;
-    micros.reserve(static_cast<size_t>(state.max_iterations));
     for (auto _ : state) {
-        const auto start = Clock::now();
+        const auto start = std::chrono::steady_clock::now();
         once();
-        micros.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+        micros.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
     }
     std::sort(micros.begin(), micros.end());
-    Figures f{micros[micros.size() / 2], micros[micros.size() * 99 / 100], micros.back()};
-    gFigures[key] = f;
+    const Figures f = gFigures[key] = {micros[micros.size() / 2], micros[micros.size() * 99 / 100], micros.back()};
     state.counters["median_us"] = f.median;
     state.counters["p99_us"] = f.p99;
     state.counters["max_us"] = f.max;
     state.counters["calls_per_s"] = benchmark::Counter(static_cast<double>(micros.size()), benchmark::Counter::kIsRate);
 }
 
-// ---- raw baseline ----
-
-int gRawFd = -1;
-
-void readFully(int fd, uint8_t* buf, size_t len) {
-    for (size_t done = 0; done < len;) {
-        const ssize_t n = read(fd, buf + done, len - done);
-        if (n <= 0) std::exit(n == 0 ? 0 : 1);
+// Moves 256 bytes one way on `fd` (write or read in full); exits on failure or end.
+void move256(int fd, uint8_t* buf, bool write) {
+    for (size_t done = 0; done < 256;) {
+        const ssize_t n = write ? ::write(fd, buf + done, 256 - done) : read(fd, buf + done, 256 - done);
+        if (n <= 0) _exit(n == 0 ? 0 : 1);
         done += static_cast<size_t>(n);
     }
 }
-
-void BM_RawSocketPingPong(benchmark::State& state) {
-    std::vector<uint8_t> buf(kRawPayload, 0x5A);
-    measure(state, "raw", [&] {
-        if (write(gRawFd, buf.data(), buf.size()) != static_cast<ssize_t>(buf.size())) std::abort();
-        readFully(gRawFd, buf.data(), buf.size());
-    });
-}
-
-// ---- binder ----
-
-sp<IZelBinderIPC> gService;
-std::vector<uint8_t> gRequest;
 
 class WaitingCallback : public BnZelBinderIPCRequestCallback {
 public:
@@ -116,20 +88,32 @@ private:
 };
 sp<WaitingCallback> gCallback;
 
+void BM_RawSocketPingPong(benchmark::State& state) {
+    uint8_t buf[256] = {0x5A};
+    measure(state, "raw", [&] {
+        move256(gRawFd, buf, true);
+        move256(gRawFd, buf, false);
+    });
+}
+
+// (a) with an identifier that has no callback; (b) with ours, until the reply arrives.
 void BM_SyncCall(benchmark::State& state) {
     const ServiceIdentifier noCallback(ServiceIdentifier::COM_OSTREL_MARLOWAPP);
-    const MessageIdentifier request(MessageIdentifier::ASYNC_REQUEST);
     measure(state, "sync", [&] {
-        if (!gService->sendAsyncMessage(noCallback, request, gRequest).isOk()) std::abort();
+        if (!gService->sendAsyncMessage(noCallback, MessageIdentifier(MessageIdentifier::ASYNC_REQUEST), gRequest)
+                     .isOk()) {
+            std::abort();
+        }
     });
 }
 
 void BM_CallWithOnewayCallback(benchmark::State& state) {
     const ServiceIdentifier client(ServiceIdentifier::COM_OSTREL_ZELD_TEST_CLIENT);
-    const MessageIdentifier request(MessageIdentifier::ASYNC_REQUEST);
     uint64_t expected = 0;
     measure(state, "callback", [&] {
-        if (!gService->sendAsyncMessage(client, request, gRequest).isOk()) std::abort();
+        if (!gService->sendAsyncMessage(client, MessageIdentifier(MessageIdentifier::ASYNC_REQUEST), gRequest).isOk()) {
+            std::abort();
+        }
         gCallback->waitFor(++expected);
     });
 }
@@ -138,75 +122,60 @@ BENCHMARK(BM_RawSocketPingPong)->Iterations(20000)->UseRealTime();
 BENCHMARK(BM_SyncCall)->Iterations(20000)->UseRealTime();
 BENCHMARK(BM_CallWithOnewayCallback)->Iterations(20000)->UseRealTime();
 
-pid_t startRawPeer() {
+}  // namespace
+
+int main(int argc, char** argv) {
+    char root[] = "/tmp/zeld-bench-XXXXXX";
+    if (mkdtemp(root) == nullptr) return 1;
+    setenv("ZELD_ROOT", root, 1);
     int fds[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) std::abort();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        std::vector<uint8_t> buf(kRawPayload);
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) return 1;
+    const pid_t raw = fork();
+    if (raw == 0) {  // echoes every 256 bytes back
+        uint8_t buf[256];
         for (;;) {
-            readFully(fds[1], buf.data(), buf.size());
-            if (write(fds[1], buf.data(), buf.size()) != static_cast<ssize_t>(buf.size())) _exit(1);
+            move256(fds[1], buf, false);
+            move256(fds[1], buf, true);
         }
     }
-    close(fds[1]);
     gRawFd = fds[0];
-    return pid;
-}
-
-pid_t startBinderServer() {
-    const pid_t pid = fork();  // before this process touches binder
-    if (pid == 0) {
-        android::defaultServiceManager()->addService(android::String16(kServiceName), new ZelTestIpcService());
+    const pid_t server = fork();  // before this process touches binder
+    if (server == 0) {
+        android::defaultServiceManager()->addService(android::String16("com.ostrel.zeld.service.IZelBinderIPC"),
+                                                     new zel_test::ZelTestIpcService());
         android::ProcessState::self()->startThreadPool();
         android::IPCThreadState::self()->joinThreadPool(true);
         _exit(0);
     }
-    return pid;
-}
-
-void printRatio(const char* what, const std::string& key) {
-    const Figures& raw = gFigures["raw"];
-    const Figures& f = gFigures[key];
-    if (raw.median <= 0) return;
-    std::printf("%-26s median %7.1f us (%.2fx raw)   p99 %7.1f us (%.2fx raw)   max %8.1f us\n", what, f.median,
-                f.median / raw.median, f.p99, f.p99 / raw.p99, f.max);
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    char rootTemplate[] = "/tmp/zeld-bench-XXXXXX";
-    if (mkdtemp(rootTemplate) == nullptr) return 1;
-    setenv("ZELD_ROOT", rootTemplate, 1);
-    const pid_t raw = startRawPeer();
-    const pid_t server = startBinderServer();
 
     android::ProcessState::self()->startThreadPool();
-    if (android::getService(android::String16(kServiceName), &gService) != android::OK) return 1;
     gCallback = new WaitingCallback();
-    if (!gService->registerCallback(ServiceIdentifier(ServiceIdentifier::COM_OSTREL_ZELD_TEST_CLIENT), gCallback)
-                 .isOk()) {
-        return 1;
-    }
     ZelAsyncParamsBinderParcelable params;
     params.functionId = ZelAsyncParamsBinderParcelable::TASK_START_REQUEST;
     params.taskContext.setCompId("bench");
     params.taskContext.setTaskId("roundtrip");
     com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&params, gRequest);
+    if (android::getService(android::String16("com.ostrel.zeld.service.IZelBinderIPC"), &gService) != android::OK ||
+        !gService->registerCallback(ServiceIdentifier(ServiceIdentifier::COM_OSTREL_ZELD_TEST_CLIENT), gCallback)
+                 .isOk()) {
+        return 1;
+    }
 
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     std::printf("\nRatios to the raw socket ping-pong of this run:\n");
-    printRatio("raw socket ping-pong", "raw");
-    printRatio("(a) synchronous call", "sync");
-    printRatio("(b) call + oneway callback", "callback");
-
-    kill(raw, SIGKILL);
-    kill(server, SIGKILL);
-    waitpid(raw, nullptr, 0);
-    waitpid(server, nullptr, 0);
-    std::filesystem::remove_all(rootTemplate);
+    const Figures& base = gFigures["raw"];
+    for (const auto& [what, key] : {std::pair{"raw socket ping-pong", "raw"}, std::pair{"(a) synchronous call", "sync"},
+                                    std::pair{"(b) call + oneway callback", "callback"}}) {
+        const Figures& f = gFigures[key];
+        if (base.median <= 0 || f.median <= 0) continue;
+        std::printf("%-26s median %7.1f us (%.2fx raw)   p99 %7.1f us (%.2fx raw)   max %8.1f us\n", what, f.median,
+                    f.median / base.median, f.p99, f.p99 / base.p99, f.max);
+    }
+    for (pid_t pid : {raw, server}) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    std::filesystem::remove_all(root);
     return 0;
 }

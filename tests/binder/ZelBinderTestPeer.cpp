@@ -2,65 +2,144 @@
 //   serve <name>            registers an IZelTestService under <name> and serves
 //   call <name> <count>     <count> echo calls of 200 bytes; exit 0 when all match
 //   callback-once <name>    passes a callback, asks for one call back, exit 0 on it
+#include <dirent.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
+#include <atomic>
 #include <cstdio>
-#include <cstring>
+#include <fstream>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <com/ostrel/zeld/test/BnZelTestCallback.h>
-#include <com/ostrel/zeld/test/IZelTestService.h>
+#include <com/ostrel/zeld/test/BnZelTestService.h>
 
-#include "ZelTestService.h"
+#include "zel/binder/ZelBinderStats.h"
 
+using android::IBinder;
 using android::sp;
-using android::String16;
+using android::binder::Status;
+using com::ostrel::zeld::test::IZelTestCallback;
 using com::ostrel::zeld::test::IZelTestService;
 
 namespace {
 
-class OneValue : public com::ostrel::zeld::test::BnZelTestCallback {
-public:
-    android::binder::Status onValue(int32_t value) override {
-        std::lock_guard<std::mutex> guard(mLock);
-        mValue = value;
-        mChanged.notify_all();
-        return android::binder::Status::ok();
+int64_t countEntries(const char* dir) {
+    int64_t n = 0;
+    if (DIR* d = opendir(dir)) {
+        while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
+        closedir(d);
     }
-    bool waitFor(int32_t value) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mChanged.wait_for(lock, std::chrono::seconds(5), [&] { return mValue == value; });
+    return n;
+}
+
+class ZelTestService : public com::ostrel::zeld::test::BnZelTestService {
+public:
+    Status echo(const std::vector<uint8_t>& data, std::vector<uint8_t>* out) override {
+        *out = data;
+        return Status::ok();
+    }
+    Status callerIdentity(std::vector<int32_t>* out) override {
+        const android::IPCThreadState* ipc = android::IPCThreadState::self();
+        *out = {static_cast<int32_t>(ipc->getCallingPid()), static_cast<int32_t>(ipc->getCallingUid())};
+        return Status::ok();
+    }
+    Status echoBinder(const sp<IBinder>& binder, sp<IBinder>* out) override {
+        *out = binder;
+        return Status::ok();
+    }
+    Status isStoredCallback(const sp<IBinder>& binder, bool* out) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        *out = mCallback != nullptr && binder == IZelTestCallback::asBinder(mCallback);
+        return Status::ok();
+    }
+    Status setCallback(const sp<IZelTestCallback>& callback) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        mCallback = callback;
+        return Status::ok();
+    }
+    Status pingCallback(int32_t value) override {
+        sp<IZelTestCallback> callback;
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            callback = mCallback;
+        }
+        if (callback == nullptr) return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
+        return callback->onValue(value);
+    }
+    Status callBack(const sp<IZelTestCallback>& callback, int32_t value) override {
+        setCallback(callback);
+        return callback->onValue(value);  // this caller's, whatever others set meanwhile
+    }
+    Status record(int32_t sequence) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        mRecorded.push_back(sequence);
+        return Status::ok();
+    }
+    Status recorded(std::vector<int32_t>* out) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        *out = mRecorded;
+        return Status::ok();
+    }
+    Status stats(std::vector<int64_t>* out) override {
+        const zel::binder::ZelBinderStats s = zel::binder::zelBinderStats();
+        std::ifstream statm("/proc/self/statm");
+        int64_t size = 0;
+        int64_t resident = 0;
+        statm >> size >> resident;
+        *out = {static_cast<int64_t>(s.exportedObjects), static_cast<int64_t>(s.proxies),
+                static_cast<int64_t>(s.peers), static_cast<int64_t>(s.incomingConnections),
+                static_cast<int64_t>(s.poolThreads), countEntries("/proc/self/fd"),
+                countEntries("/proc/self/task"), resident * (sysconf(_SC_PAGESIZE) / 1024)};
+        return Status::ok();
+    }
+    Status sleepMs(int32_t ms) override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        return Status::ok();
     }
 
 private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    int32_t mValue = -1;
+    std::mutex mLock;  // guards the fields below
+    sp<IZelTestCallback> mCallback;
+    std::vector<int32_t> mRecorded;
 };
 
-sp<IZelTestService> service(const char* name) {
-    sp<android::IServiceManager> sm = android::defaultServiceManager();
-    if (sm == nullptr) return nullptr;
-    return android::interface_cast<IZelTestService>(sm->getService(String16(name)));
-}
+// Keeps the last value it was called with.
+class LastValue : public com::ostrel::zeld::test::BnZelTestCallback {
+public:
+    Status onValue(int32_t value) override {
+        last = value;
+        return Status::ok();
+    }
+    std::atomic<int32_t> last{-1};
+};
 
-int serve(const char* name) {
+int run(const std::string& mode, const char* name, int count) {
     sp<android::IServiceManager> sm = android::defaultServiceManager();
-    if (sm == nullptr || sm->addService(String16(name), new ZelTestService()) != android::OK) return 1;
-    android::ProcessState::self()->startThreadPool();
-    android::IPCThreadState::self()->joinThreadPool(true);
-    return 0;
-}
-
-int call(const char* name, int count) {
-    sp<IZelTestService> svc = service(name);
+    if (sm == nullptr) return 1;
+    if (mode == "serve") {
+        if (sm->addService(android::String16(name), new ZelTestService()) != android::OK) return 1;
+        android::ProcessState::self()->startThreadPool();
+        android::IPCThreadState::self()->joinThreadPool(true);
+        return 0;
+    }
+    if (mode == "callback-once") android::ProcessState::self()->startThreadPool();
+    sp<IZelTestService> svc = android::interface_cast<IZelTestService>(sm->getService(android::String16(name)));
     if (svc == nullptr) return 1;
+    if (mode == "callback-once") {
+        sp<LastValue> callback = new LastValue();
+        if (!svc->callBack(callback, 42).isOk()) return 2;
+        for (int waited = 0; callback->last != 42; ++waited) {
+            if (waited == 500) return 3;  // five seconds
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return 0;
+    }
     std::vector<uint8_t> data(200);
     for (int i = 0; i < count; ++i) {
         data[i % data.size()] = static_cast<uint8_t>(i);
@@ -70,22 +149,13 @@ int call(const char* name, int count) {
     return 0;
 }
 
-int callbackOnce(const char* name) {
-    android::ProcessState::self()->startThreadPool();
-    sp<IZelTestService> svc = service(name);
-    if (svc == nullptr) return 1;
-    sp<OneValue> callback = new OneValue();
-    if (!svc->callBack(callback, 42).isOk()) return 2;
-    return callback->waitFor(42) ? 0 : 3;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string mode = argc > 1 ? argv[1] : "";
-    if (mode == "serve" && argc == 3) return serve(argv[2]);
-    if (mode == "call" && argc == 4) return call(argv[2], std::atoi(argv[3]));
-    if (mode == "callback-once" && argc == 3) return callbackOnce(argv[2]);
+    if (((mode == "serve" || mode == "callback-once") && argc == 3) || (mode == "call" && argc == 4)) {
+        return run(mode, argv[2], argc == 4 ? std::atoi(argv[3]) : 0);
+    }
     std::fprintf(stderr, "usage: %s serve|call|callback-once <name> [count]\n", argv[0]);
     return 64;
 }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <limits>
+#include <tuple>
 
 using android::BAD_TYPE;
 using android::BBinder;
@@ -26,38 +26,31 @@ Parcel* parcelOf(Parcel* p, const std::vector<uint8_t>& bytes) {
 
 TEST(ZelParcelTest, TypedValuesRoundTripInLibbinderLayout) {
     Parcel p;
-    ASSERT_EQ(p.writeInt32(-2), OK);
-    ASSERT_EQ(p.writeUint32(0xDEADBEEF), OK);
-    ASSERT_EQ(p.writeInt64(-3), OK);
-    ASSERT_EQ(p.writeBool(true), OK);
-    ASSERT_EQ(p.writeByte(-1), OK);
-    ASSERT_EQ(p.writeDouble(0.5), OK);
-    ASSERT_EQ(p.writeString16(String16("ab")), OK);
-    ASSERT_EQ(p.writeUtf8AsUtf16("zeld"), OK);
-    ASSERT_EQ(p.writeByteVector(std::vector<uint8_t>{1, 2, 3}), OK);
-    ASSERT_EQ(p.writeInt32Vector({7, 8}), OK);
+    for (const android::status_t written :
+         {p.writeInt32(-2), p.writeUint32(0xDEADBEEF), p.writeInt64(-3), p.writeBool(true), p.writeByte(-1),
+          p.writeDouble(0.5), p.writeString16(String16("ab")), p.writeUtf8AsUtf16("zeld"),
+          p.writeByteVector(std::vector<uint8_t>{1, 2, 3}), p.writeInt32Vector({7, 8})}) {
+        ASSERT_EQ(written, OK);
+    }
 
     p.setDataPosition(0);
     EXPECT_EQ(p.readInt32(), -2);
     EXPECT_EQ(p.readUint32(), 0xDEADBEEFu);
     EXPECT_EQ(p.readInt64(), -3);
     EXPECT_TRUE(p.readBool());
-    int8_t byte;
-    ASSERT_EQ(p.readByte(&byte), OK);
-    EXPECT_EQ(byte, -1);
-    double d;
-    ASSERT_EQ(p.readDouble(&d), OK);
-    EXPECT_EQ(d, 0.5);
-    EXPECT_EQ(p.readString16(), String16("ab"));
+    int8_t byte = 0;
+    double d = 0;
     std::string utf8;
-    ASSERT_EQ(p.readUtf8FromUtf16(&utf8), OK);
-    EXPECT_EQ(utf8, "zeld");
     std::vector<uint8_t> bytes;
-    ASSERT_EQ(p.readByteVector(&bytes), OK);
-    EXPECT_EQ(bytes, (std::vector<uint8_t>{1, 2, 3}));
     std::vector<int32_t> ints;
+    ASSERT_EQ(p.readByte(&byte), OK);
+    ASSERT_EQ(p.readDouble(&d), OK);
+    EXPECT_EQ(p.readString16(), String16("ab"));
+    ASSERT_EQ(p.readUtf8FromUtf16(&utf8), OK);
+    ASSERT_EQ(p.readByteVector(&bytes), OK);
     ASSERT_EQ(p.readInt32Vector(&ints), OK);
-    EXPECT_EQ(ints, (std::vector<int32_t>{7, 8}));
+    EXPECT_EQ(std::tie(byte, d, utf8, bytes, ints),
+              std::make_tuple(int8_t{-1}, 0.5, std::string("zeld"), std::vector<uint8_t>{1, 2, 3}, std::vector<int32_t>{7, 8}));
     EXPECT_EQ(p.dataAvail(), 0u);
 
     // Every item is padded to 4 bytes; strings are UTF-16 with a terminator.
@@ -113,14 +106,11 @@ TEST(ZelParcelTest, LengthPrefixedValuesRefuseLengthsTheDataCannotHold) {
 TEST(ZelParcelTest, InterfaceTokensMatchOnlyTheirDescriptor) {
     Parcel p;
     ASSERT_EQ(p.writeInterfaceToken(String16("com.ostrel.zeld.IFoo")), OK);
-    p.setDataPosition(0);
-    EXPECT_TRUE(p.enforceInterface(String16("com.ostrel.zeld.IFoo")));
-    p.setDataPosition(0);
-    EXPECT_FALSE(p.enforceInterface(String16("com.ostrel.zeld.IFo")));
-    p.setDataPosition(0);
-    EXPECT_FALSE(p.enforceInterface(String16("com.ostrel.zeld.IFooo")));
-    Parcel empty;
-    EXPECT_FALSE(empty.enforceInterface(String16("com.ostrel.zeld.IFoo")));
+    for (const char* descriptor : {"com.ostrel.zeld.IFoo", "com.ostrel.zeld.IFo", "com.ostrel.zeld.IFooo"}) {
+        p.setDataPosition(0);
+        EXPECT_EQ(p.enforceInterface(String16(descriptor)), std::strcmp(descriptor, "com.ostrel.zeld.IFoo") == 0);
+    }
+    EXPECT_FALSE(Parcel().enforceInterface(String16("com.ostrel.zeld.IFoo")));
 }
 
 TEST(ZelParcelTest, BindersComeBackAsTheSameObject) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #include "zel/binder/ZelWireFrame.h"
 
@@ -46,15 +47,6 @@ ZelFrame release() {
     return f;
 }
 
-void expectSameFrame(const ZelFrame& a, const ZelFrame& b) {
-    EXPECT_EQ(a.type, b.type);
-    EXPECT_EQ(a.code, b.code);
-    EXPECT_EQ(a.flags, b.flags);
-    EXPECT_EQ(a.handle, b.handle);
-    EXPECT_EQ(a.payload, b.payload);
-    EXPECT_EQ(a.objects, b.objects);
-}
-
 TEST(ZelWireFrameTest, GoldenBytes) {
     EXPECT_EQ(encoded(hello()), (std::vector<uint8_t>{
             0x5A, 0x42, 0x42, 0x46, 1, 0, 1, 0, 5, 0, 0, 0, 0, 0, 0, 0,
@@ -78,20 +70,19 @@ TEST(ZelWireFrameTest, DecodingGivesBackWhatWasEncoded) {
         const std::vector<uint8_t> bytes = encoded(frame);
         ZelFrame decoded;
         ASSERT_EQ(decodeZelFrame(bytes.data(), bytes.size(), &decoded), OK);
-        expectSameFrame(decoded, frame);
+        EXPECT_EQ(std::tie(decoded.type, decoded.code, decoded.flags, decoded.handle, decoded.payload, decoded.objects),
+                  std::tie(frame.type, frame.code, frame.flags, frame.handle, frame.payload, frame.objects));
     }
 }
 
 TEST(ZelWireFrameTest, EncodingRefusesFramesBeyondTheLimits) {
-    std::vector<uint8_t> bytes;
-    ZelFrame big = onewayTransaction();
+    ZelFrame big = onewayTransaction(), crowded = big, badName = big;
     big.payload.assign(kZelMaxPayload + 1, 0);
-    EXPECT_EQ(encodeZelFrame(big, &bytes), FAILED_TRANSACTION);
-    ZelFrame crowded = onewayTransaction();
     crowded.objects.assign(kZelMaxObjects + 1, ZelObjectRef{"1-a", 1});
-    EXPECT_EQ(encodeZelFrame(crowded, &bytes), BAD_VALUE);
-    ZelFrame badName = onewayTransaction();
     badName.objects = {ZelObjectRef{"../x", 1}};
+    std::vector<uint8_t> bytes;
+    EXPECT_EQ(encodeZelFrame(big, &bytes), FAILED_TRANSACTION);
+    EXPECT_EQ(encodeZelFrame(crowded, &bytes), BAD_VALUE);
     EXPECT_EQ(encodeZelFrame(badName, &bytes), BAD_VALUE);
     EXPECT_TRUE(bytes.empty());
 }

@@ -8,8 +8,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 
-#include "ZelTestEventService.h"
-#include "ZelTestIpcService.h"
+#include "ZelTestServices.h"
 
 int main() {
     android::sp<android::IServiceManager> sm = android::defaultServiceManager();
@@ -17,10 +16,10 @@ int main() {
         std::fprintf(stderr, "no service manager (is ZELD_ROOT writable?)\n");
         return 1;
     }
-    if (sm->addService(android::String16("com.ostrel.zeld.service.IZelBinderIPC"), new ZelTestIpcService()) !=
+    if (sm->addService(android::String16("com.ostrel.zeld.service.IZelBinderIPC"), new zel_test::ZelTestIpcService()) !=
                 android::OK ||
-        sm->addService(android::String16("com.ostrel.zeld.service.IZelEventManager"), new ZelTestEventService()) !=
-                android::OK) {
+        sm->addService(android::String16("com.ostrel.zeld.service.IZelEventManager"),
+                       new zel_test::ZelTestEventService()) != android::OK) {
         std::fprintf(stderr, "cannot register the services\n");
         return 1;
     }

@@ -24,68 +24,57 @@ std::vector<uint8_t> toBytes(const android::Parcelable& p) {
     return bytes;
 }
 
-ZelAsyncParamsBinderParcelable sampleRequest() {
-    ZelAsyncParamsBinderParcelable request;
-    request.functionId = ZelAsyncParamsBinderParcelable::TASK_STARTED;
-    EXPECT_TRUE(request.taskContext.setCompId("camera"));
-    EXPECT_TRUE(request.taskContext.setTaskId("upload"));
-    request.taskContext.token = 0x01020304;
-    request.taskContext.notify = true;
-    request.taskContext.duration = 4500;
-    return request;
-}
-
-// Every proper prefix and every extension of `valid` is refused, and the
-// target keeps the value it had.
+// `valid` reads back as T; every proper prefix and every extension of it is
+// refused, and the target keeps the value it had. Returns what was read.
 template <typename T>
-void expectOnlyExactBytesAccepted(const std::vector<uint8_t>& valid, const std::function<bool(const T&)>& untouched) {
-    for (size_t len = 0; len < valid.size(); ++len) {
+T expectOnlyExactBytesAccepted(const std::vector<uint8_t>& valid, const std::function<bool(const T&)>& untouched) {
+    for (size_t len = 0; len < valid.size() + 5; len += (len == valid.size() - 1 ? 2 : 1)) {
+        std::vector<uint8_t> bytes(valid.begin(), valid.begin() + std::min(len, valid.size()));
+        bytes.resize(len, 0);
         T target = T();
-        std::vector<uint8_t> cut(valid.begin(), valid.begin() + len);
-        EXPECT_FALSE(ZelParcelableHelperUtils::convertBytesToParcelable(cut, &target)) << "length " << len;
+        EXPECT_FALSE(ZelParcelableHelperUtils::convertBytesToParcelable(bytes, &target)) << "length " << len;
         EXPECT_TRUE(untouched(target)) << "length " << len;
     }
-    for (size_t extra : {1, 4}) {
-        T target = T();
-        std::vector<uint8_t> longer = valid;
-        longer.insert(longer.end(), extra, 0);
-        EXPECT_FALSE(ZelParcelableHelperUtils::convertBytesToParcelable(longer, &target)) << "extra " << extra;
-        EXPECT_TRUE(untouched(target)) << "extra " << extra;
-    }
+    T back;
+    EXPECT_TRUE(ZelParcelableHelperUtils::convertBytesToParcelable(valid, &back));
+    return back;
 }
 
 TEST(ZelParcelablesTest, IdentifiersAreOneInt32) {
     EXPECT_EQ(toBytes(ServiceIdentifier(6)), (std::vector<uint8_t>{6, 0, 0, 0}));
     EXPECT_EQ(toBytes(MessageIdentifier(MessageIdentifier::ASYNC_REPLY)), (std::vector<uint8_t>{2, 0, 0, 0}));
-    ServiceIdentifier id;
-    ASSERT_TRUE(ZelParcelableHelperUtils::convertBytesToParcelable({0xFF, 0xFF, 0xFF, 0xFF}, &id));
-    EXPECT_EQ(id.value, -1);
-    expectOnlyExactBytesAccepted<ServiceIdentifier>({1, 0, 0, 0}, [](const ServiceIdentifier& s) { return s.value == 0; });
-    expectOnlyExactBytesAccepted<MessageIdentifier>({1, 0, 0, 0}, [](const MessageIdentifier& m) { return m.value == 0; });
+    auto zero = [](const auto& id) { return id.value == 0; };
+    EXPECT_EQ(expectOnlyExactBytesAccepted<ServiceIdentifier>({0xFF, 0xFF, 0xFF, 0xFF}, zero).value, -1);
+    EXPECT_EQ(expectOnlyExactBytesAccepted<MessageIdentifier>({1, 0, 0, 0}, zero).value, 1);
 }
 
 TEST(ZelParcelablesTest, TheRequestCarriesTheTaskContextBytesAsTheyLie) {
-    const ZelAsyncParamsBinderParcelable request = sampleRequest();
+    EXPECT_EQ(sizeof(ZelTaskContext), 140u);
+    ZelAsyncParamsBinderParcelable request;
+    request.functionId = ZelAsyncParamsBinderParcelable::TASK_STARTED;
+    ASSERT_TRUE(request.taskContext.setCompId("camera"));
+    ASSERT_TRUE(request.taskContext.setTaskId("upload"));
+    request.taskContext.token = 0x01020304;
+    request.taskContext.notify = true;
+    request.taskContext.duration = 4500;
     const std::vector<uint8_t> bytes = toBytes(request);
     ASSERT_EQ(bytes.size(), 144u);
     EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 4), (std::vector<uint8_t>{2, 0, 0, 0}));
     EXPECT_EQ(std::memcmp(bytes.data() + 4, &request.taskContext, sizeof(ZelTaskContext)), 0);
-    EXPECT_EQ(bytes[4 + 128], 0x04);   // token, little-endian
-    EXPECT_EQ(bytes[4 + 132], 1);      // notify
-    EXPECT_EQ(bytes[4 + 136], 0x94);   // duration 4500 = 0x1194
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data()) + 4 + 64), "upload");  // taskId at 64
+    EXPECT_EQ(bytes[4 + 128], 0x04);  // token, little-endian
+    EXPECT_EQ(bytes[4 + 132], 1);     // notify
+    EXPECT_EQ(bytes[4 + 136], 0x94);  // duration 4500 = 0x1194
 
-    ZelAsyncParamsBinderParcelable back;
-    ASSERT_TRUE(ZelParcelableHelperUtils::convertBytesToParcelable(bytes, &back));
+    const ZelAsyncParamsBinderParcelable back = expectOnlyExactBytesAccepted<ZelAsyncParamsBinderParcelable>(
+            bytes, [](const ZelAsyncParamsBinderParcelable& p) {
+                return p.functionId == 0 && p.taskContext.getCompId().empty() && p.taskContext.duration == 0;
+            });
     EXPECT_EQ(back.functionId, request.functionId);
     EXPECT_EQ(back.taskContext.getCompId(), "camera");
     EXPECT_EQ(back.taskContext.getTaskId(), "upload");
-    EXPECT_EQ(back.taskContext.token, 0x01020304);
-    EXPECT_TRUE(back.taskContext.notify);
-    EXPECT_EQ(back.taskContext.duration, 4500);
-
-    expectOnlyExactBytesAccepted<ZelAsyncParamsBinderParcelable>(bytes, [](const ZelAsyncParamsBinderParcelable& p) {
-        return p.functionId == 0 && p.taskContext.getCompId().empty() && p.taskContext.duration == 0;
-    });
+    EXPECT_EQ(std::tie(back.taskContext.token, back.taskContext.notify, back.taskContext.duration),
+              std::make_tuple(0x01020304, true, 4500));
 }
 
 TEST(ZelParcelablesTest, TaskContextIdsStayWithinTheirFields) {
@@ -100,17 +89,12 @@ TEST(ZelParcelablesTest, TaskContextIdsStayWithinTheirFields) {
 }
 
 TEST(ZelParcelablesTest, TheReplyIsTwelveBytesAndRefusesAnyOtherBoolean) {
-    const ZelCallbackParams record{77, true, -5};
-    const ZelCallbackParamsParcelable reply(record);
-    const std::vector<uint8_t> bytes = toBytes(reply);
+    const std::vector<uint8_t> bytes = toBytes(ZelCallbackParamsParcelable(ZelCallbackParams{77, true, -5}));
     EXPECT_EQ(bytes, (std::vector<uint8_t>{77, 0, 0, 0, 1, 0, 0, 0, 0xFB, 0xFF, 0xFF, 0xFF}));
-
-    ZelCallbackParamsParcelable back;
-    ASSERT_TRUE(ZelParcelableHelperUtils::convertBytesToParcelable(bytes, &back));
-    const ZelCallbackParams again = back.toRecord();
-    EXPECT_EQ(again.token, 77);
-    EXPECT_TRUE(again.canStart);
-    EXPECT_EQ(again.status, -5);
+    const ZelCallbackParams back = expectOnlyExactBytesAccepted<ZelCallbackParamsParcelable>(
+            bytes, [](const ZelCallbackParamsParcelable& p) { return p.token == 0 && !p.canStart && p.status == 0; })
+                                           .toRecord();
+    EXPECT_EQ(std::tie(back.token, back.canStart, back.status), std::make_tuple(77, true, -5));
 
     std::vector<uint8_t> twoForTrue = bytes;
     twoForTrue[4] = 2;
@@ -118,20 +102,15 @@ TEST(ZelParcelablesTest, TheReplyIsTwelveBytesAndRefusesAnyOtherBoolean) {
     EXPECT_FALSE(ZelParcelableHelperUtils::convertBytesToParcelable(twoForTrue, &kept));
     EXPECT_EQ(kept.token, 1);
     EXPECT_EQ(kept.status, 2);
-    expectOnlyExactBytesAccepted<ZelCallbackParamsParcelable>(bytes, [](const ZelCallbackParamsParcelable& p) {
-        return p.token == 0 && !p.canStart && p.status == 0;
-    });
 }
 
 TEST(ZelParcelablesTest, EventParamsAreTwoInt32) {
     const std::vector<uint8_t> bytes = toBytes(ZelEventParamsParcelable(1, 5000));
     EXPECT_EQ(bytes, (std::vector<uint8_t>{1, 0, 0, 0, 0x88, 0x13, 0, 0}));
-    ZelEventParamsParcelable back;
-    ASSERT_TRUE(ZelParcelableHelperUtils::convertBytesToParcelable(bytes, &back));
+    const ZelEventParamsParcelable back = expectOnlyExactBytesAccepted<ZelEventParamsParcelable>(
+            bytes, [](const ZelEventParamsParcelable& p) { return p.param1 == 0 && p.param2 == 0; });
     EXPECT_EQ(back.param1, 1);
     EXPECT_EQ(back.param2, 5000);
-    expectOnlyExactBytesAccepted<ZelEventParamsParcelable>(
-            bytes, [](const ZelEventParamsParcelable& p) { return p.param1 == 0 && p.param2 == 0; });
 }
 
 TEST(ZelParcelablesTest, ConversionRefusesWhatCannotTravelAsBytes) {
@@ -153,17 +132,14 @@ TEST(ZelParcelablesTest, ConversionRefusesWhatCannotTravelAsBytes) {
 }
 
 TEST(ZelParcelablesTest, ModuleNamesMapExactly) {
-    EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName("COM_OSTREL_ZELD").value, 1);
-    EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName("COM_OSTREL_ZELD_TEST_CLIENT").value, 6);
-    EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName("com_ostrel_zeld").value, 0);
-    EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName("COM_OSTREL_ZELD ").value, 0);
-    EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName("INVALID_SERVICE_UUID").value, 0);
-    EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName("").value, 0);
+    for (const char* unknown : {"com_ostrel_zeld", "COM_OSTREL_ZELD ", "INVALID_SERVICE_UUID", ""}) {
+        EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName(unknown).value, 0) << unknown;
+    }
     const std::vector<std::string> names = {"INVALID_SERVICE_UUID", "COM_OSTREL_ZELD", "COM_OSTREL_ARDEN_HYBRID_EXEC",
                                             "COM_OSTREL_MARLOWAPP", "COM_OSTREL_LARK_SIM", "COM_OSTREL_TALLYD",
                                             "COM_OSTREL_ZELD_TEST_CLIENT"};
     for (int32_t id = 0; id < static_cast<int32_t>(names.size()); ++id) {
-        EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName(names[id]).value, id);
+        EXPECT_EQ(ZelServiceIdentifierUtils::fromModuleName(names[id]).value, id);  // ZELD 1, TEST_CLIENT 6
         EXPECT_EQ(ZelServiceIdentifierUtils::toModuleName(id), names[id]);
     }
     EXPECT_STREQ(ZelServiceIdentifierUtils::toModuleName(7), "INVALID_SERVICE_UUID");
