@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "ZelPolicyCycles.h"
@@ -47,7 +46,9 @@ struct ZelctlRun {
         close(mkstemp(errPath));
         std::string command = ZELCTL_PATH;
         for (const std::string& arg : args) {
-            command += " '" + std::regex_replace(arg, std::regex("'"), "'\\''") + "'";
+            command += " '";
+            for (char c : arg) command += c == '\'' ? std::string("'\\''") : std::string(1, c);
+            command += "'";
         }
         const int status = std::system((command + " >" + outPath + " 2>" + errPath).c_str());
         ZelctlRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(outPath), readText(errPath)};
@@ -58,9 +59,14 @@ struct ZelctlRun {
     // Lines with the source line number of a log line dropped: "f::g:12 - " -> "f::g - ".
     std::vector<std::string> outLines() const {
         std::vector<std::string> lines;
-        for (const std::string& line : splitLines(out)) {
-            lines.push_back(std::regex_replace(line, std::regex(":[0-9]+ - "), " - ",
-                                               std::regex_constants::format_first_only));
+        for (std::string line : splitLines(out)) {
+            const auto dash = line.find(" - ");
+            const auto colon = dash == std::string::npos ? dash : line.rfind(':', dash);
+            if (colon != std::string::npos && colon + 1 < dash &&
+                line.find_first_not_of("0123456789", colon + 1) == dash) {
+                line.erase(colon, dash - colon);
+            }
+            lines.push_back(line);
         }
         return lines;
     }
