@@ -51,13 +51,18 @@ PolicyTestLoad loadPolicyFile(const std::string& path) {
     return runLoad([&](ZelPolicy& policy) { return policy.processJsonPolicyFromFile(path); });
 }
 
+std::string policyDocument(const std::string& groups, const std::string& components,
+                           const std::string& rules) {
+    return R"({"version": 1.0, "eventGroups": )" + groups + R"(, "components": )" + components +
+           R"(, "rules": )" + rules + "}";
+}
+
 std::string policyWithRules(const std::string& rules) {
-    return R"({"version": 1.0,
-      "eventGroups": [{"groupName": "g", "groupId": 3,
-                       "events": [{"eventName": "e", "eventId": 1}]}],
-      "components": [{"identifier": "c", "processName": "p",
-                      "tasks": [{"identifier": "t", "priorityType": "normal"}]}],
-      "rules": )" + rules + "}";
+    return policyDocument(
+            R"([{"groupName": "g", "groupId": 3, "events": [{"eventName": "e", "eventId": 1}]}])",
+            R"([{"identifier": "c", "processName": "p",
+                 "tasks": [{"identifier": "t", "priorityType": "normal"}]}])",
+            rules);
 }
 
 std::string readTextFile(const std::string& path) {

@@ -27,6 +27,9 @@ PolicyTestLoad loadPolicyFile(const std::string& path);
 std::vector<std::string> policyLogLines(const zel::hostlog::ZelLogCapture& capture,
                                         bool withFunction = false);
 
+// A version 1.0 document with the JSON texts of its three arrays.
+std::string policyDocument(const std::string& groups, const std::string& components,
+                           const std::string& rules = "[]");
 // A minimal valid document: group "g" (id 3) with event "e" (id 1), component
 // "c" (process "p") with task "t"; `rules` is the JSON text of the rules array.
 std::string policyWithRules(const std::string& rules);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -14,6 +15,7 @@
 // dispatcher does (lookup under its lock, call outside it).
 class ZelRecordingEventDispatcher : public ZelEventDispatcherInterface {
 public:
+    using Event = std::pair<uint8_t, int32_t>;
     struct Publication {
         std::vector<PolicyEvent> events;
         int32_t first;
@@ -24,24 +26,20 @@ public:
                        int32_t second) override {
         std::lock_guard<std::mutex> guard(mLock);
         mPublications.push_back({events, first, second});
-        return mPublishResult;
+        return publishResult;
     }
-
     bool subscribeEvent(uint8_t groupId, int32_t eventId, EventCallback callback) override {
         std::lock_guard<std::mutex> guard(mLock);
         mSubscriptions.emplace_back(groupId, eventId);
-        mCallbacks.emplace(std::make_pair(groupId, eventId), std::move(callback));
-        return mSubscribeResult;
+        mCallbacks.emplace(Event(groupId, eventId), std::move(callback));
+        return subscribeResult;
     }
-
-    bool unsubscribeEvents(const std::vector<std::pair<uint8_t, int32_t>>& events) override {
+    bool unsubscribeEvents(const std::vector<Event>& events) override {
         std::lock_guard<std::mutex> guard(mLock);
         for (const auto& event : events) mCallbacks.erase(event);
         return true;
     }
-
     void stop() override {}
-
     void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override {
         EventCallback callback;
         {
@@ -59,16 +57,6 @@ public:
         const ResourceStatusRecord record{resourceType, status, value, criticalThreshold};
         invokeEventCallback(1, 1, &record);
     }
-
-    void setPublishResult(bool result) {
-        std::lock_guard<std::mutex> guard(mLock);
-        mPublishResult = result;
-    }
-    // Must be set before the subscriber is constructed.
-    void setSubscribeResult(bool result) {
-        std::lock_guard<std::mutex> guard(mLock);
-        mSubscribeResult = result;
-    }
     std::vector<Publication> publications() const {
         std::lock_guard<std::mutex> guard(mLock);
         return mPublications;
@@ -77,16 +65,19 @@ public:
         std::lock_guard<std::mutex> guard(mLock);
         mPublications.clear();
     }
-    std::vector<std::pair<uint8_t, int32_t>> subscriptions() const {
+    std::vector<Event> subscriptions() const {
         std::lock_guard<std::mutex> guard(mLock);
         return mSubscriptions;
     }
 
+    // Set while no other thread uses the dispatcher; subscribeResult before
+    // the subscriber is constructed.
+    std::atomic<bool> publishResult{true};
+    std::atomic<bool> subscribeResult{true};
+
 private:
     mutable std::mutex mLock;  // guards everything below
-    bool mPublishResult = true;
-    bool mSubscribeResult = true;
     std::vector<Publication> mPublications;
-    std::vector<std::pair<uint8_t, int32_t>> mSubscriptions;
-    std::map<std::pair<uint8_t, int32_t>, EventCallback> mCallbacks;
+    std::vector<Event> mSubscriptions;
+    std::map<Event, EventCallback> mCallbacks;
 };

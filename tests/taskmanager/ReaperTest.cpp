@@ -4,6 +4,7 @@
 // process that exits with it running ends through std::terminate.
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -69,14 +70,13 @@ TEST(TaskManagerCreateTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
     EXPECT_EQ(ZelTaskManager::create(root.at("/missing.json"),
                                      std::make_shared<ZelRecordingEventDispatcher>()),
               nullptr);
-    int errors = 0;
-    for (const auto& line : log.lines()) {
-        if (line.message.find("Failed to create ZelPolicyEngine") != std::string::npos) {
-            EXPECT_EQ(line.priority, ANDROID_LOG_ERROR);
-            ++errors;
-        }
-    }
-    EXPECT_EQ(errors, 1);
+    // One line, at error level.
+    const std::string text = "Failed to create ZelPolicyEngine";
+    const auto all = log.messages();
+    EXPECT_EQ(std::count_if(all.begin(), all.end(),
+                            [&](const std::string& line) { return line.find(text) != std::string::npos; }),
+              1);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, text));
     EXPECT_EQ(metrics.total("TaskManager", "PolicyEngineInitFailedCount"), 1);
     EXPECT_FALSE(gReaperThread.joinable());
 }

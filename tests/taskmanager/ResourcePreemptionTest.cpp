@@ -14,17 +14,8 @@ int32_t reaperState() {
     return gReaperState;
 }
 
-TEST_F(TaskManagerTest, ConstructionSubscribesToTheMemoryReport) {
-    EXPECT_EQ(mDispatcher->subscriptions(),
-              (std::vector<std::pair<uint8_t, int32_t>>{{1, 1}}));
-
-    auto refusing = std::make_shared<ZelRecordingEventDispatcher>();
-    refusing->setSubscribeResult(false);
-    ZelTaskManager manager(refusing, mManager->mPolicyEngine);
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "Failed to subscribe memory report event"));
-}
-
-TEST_F(TaskManagerTest, ReportsOfOtherResourcesChangeNothing) {
+TEST_F(TaskManagerTest, ConstructionSubscribesToTheMemoryReportAndOtherResourcesChangeNothing) {
+    EXPECT_EQ(mDispatcher->subscriptions(), (std::vector<ZelRecordingEventDispatcher::Event>{{1, 1}}));
     startRunning("sync", "index");
     mLog.clear();
     mDispatcher->deliverMemoryReport(2, 4, 999, 1000);
@@ -32,6 +23,11 @@ TEST_F(TaskManagerTest, ReportsOfOtherResourcesChangeNothing) {
     EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "ResourceStatusEvent Received"));
     EXPECT_EQ(mManager->mResourceStatus->getTimestamp(0), 0);
     EXPECT_EQ(task("sync", "index")->getState(), TASK_STATE_RUNNING);
+
+    auto refusing = std::make_shared<ZelRecordingEventDispatcher>();
+    refusing->subscribeResult = false;
+    ZelTaskManager manager(refusing, mManager->mPolicyEngine);
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "Failed to subscribe memory report event"));
 }
 
 TEST_F(TaskManagerTest, CriticalReportStopsPreemptableTasksWithoutGuaranteedRunTime) {

@@ -4,12 +4,22 @@
 
 namespace {
 
-TEST_F(TaskManagerTest, CompletionOfUnknownOrAbsentTasksIsRefused) {
+TEST_F(TaskManagerTest, CompletionOfUnknownOrAbsentTasksOrWithAFailedPublicationIsRefused) {
     EXPECT_EQ(mManager->taskCompleted("nope", "x"), 3);
     EXPECT_EQ(mManager->taskCompleted("sync", "index"), 5);
     EXPECT_TRUE(logged(ANDROID_LOG_WARN, "Task (sync, index) does not exist"));
     EXPECT_EQ(counter("InvalidTaskCount"), 2);
     EXPECT_TRUE(stoppedTasks().empty());
+
+    // A stop publication that fails keeps the task running.
+    startRunning("sync", "upload");
+    mDispatcher->publishResult = false;
+    EXPECT_EQ(mManager->taskCompleted("sync", "upload"), 7);
+    EXPECT_EQ(task("sync", "upload")->getState(), TASK_STATE_RUNNING);
+    EXPECT_TRUE(inTable(mManager->mRunningTaskList, "sync", "upload"));
+    EXPECT_TRUE(stoppedTasks().empty());
+    EXPECT_EQ(counter("PublishEventFailedCount"), 1);
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "Unable to publish events"));
 }
 
 TEST_F(TaskManagerTest, CompletingARunningTaskPublishesItsStopEventsAndQueuesIt) {
@@ -62,17 +72,6 @@ TEST_F(TaskManagerTest, CompletingATaskThatNeverStartedPublishesNothing) {
     EXPECT_FALSE(inTable(mManager->mPendingTaskList, "sync", "fetch"));
     EXPECT_TRUE(mDispatcher->publications().empty());
     EXPECT_EQ(stoppedTasks(), (std::vector<TaskKey>{{"sync", "upload"}, {"sync", "fetch"}}));
-}
-
-TEST_F(TaskManagerTest, FailedStopPublicationKeepsTheTaskRunning) {
-    startRunning("sync", "upload");
-    mDispatcher->setPublishResult(false);
-    EXPECT_EQ(mManager->taskCompleted("sync", "upload"), 7);
-    EXPECT_EQ(task("sync", "upload")->getState(), TASK_STATE_RUNNING);
-    EXPECT_TRUE(inTable(mManager->mRunningTaskList, "sync", "upload"));
-    EXPECT_TRUE(stoppedTasks().empty());
-    EXPECT_EQ(counter("PublishEventFailedCount"), 1);
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "Unable to publish events"));
 }
 
 TEST_F(TaskManagerTest, ProcessStopIsConfirmedByReadingThePropertyBack) {

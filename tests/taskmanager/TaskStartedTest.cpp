@@ -68,7 +68,7 @@ TEST_F(TaskManagerTest, StartedReportsAreRefusedByTokenStateAndPolicy) {
     EXPECT_EQ(task("sync", "fetch"), nullptr);
 }
 
-TEST_F(TaskManagerTest, CriticalTaskMayStartWithoutARequest) {
+TEST_F(TaskManagerTest, CriticalTaskMayStartWithoutARequestAndAFailedPublicationIsReported) {
     EXPECT_EQ(mManager->taskStarted("sync", "alarm", 12345, 800, nullptr, 2, false), 0);
     auto alarm = task("sync", "alarm");
     ASSERT_NE(alarm, nullptr);
@@ -78,11 +78,10 @@ TEST_F(TaskManagerTest, CriticalTaskMayStartWithoutARequest) {
     EXPECT_TRUE(inTable(mManager->mRunningTaskList, "sync", "alarm"));
     EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Task (sync, alarm) created"));
     EXPECT_EQ(counter("TaskCreatedCount"), 1);
-}
 
-TEST_F(TaskManagerTest, FailedStartPublicationLeavesTheTaskRunningOutsideTheRunningTable) {
+    // A start publication that fails leaves the task running outside the running table.
     ASSERT_EQ(request("sync", "upload"), 0);
-    mDispatcher->setPublishResult(false);
+    mDispatcher->publishResult = false;
     EXPECT_EQ(reportStarted("sync", "upload"), 7);
     EXPECT_EQ(task("sync", "upload")->getState(), TASK_STATE_RUNNING);
     EXPECT_FALSE(inTable(mManager->mRunningTaskList, "sync", "upload"));

@@ -28,60 +28,46 @@
 //         a boolean.
 //  stuck: START_PROCESS whose stop property still reads true afterwards.
 //  loop:  a and b depend on each other; self depends on itself.
-inline constexpr const char* kTaskManagerPolicy = R"JSON({
-  "version": 1.0,
-  "eventGroups": [
-    { "groupName": "tasks", "groupId": 3, "events": [
-      { "eventName": "scanStarted", "eventId": 11 }, { "eventName": "scanDone", "eventId": 12 },
-      { "eventName": "uploadStarted", "eventId": 21 }, { "eventName": "uploadDone", "eventId": 22 } ] }
-  ],
+inline constexpr const char* kTaskManagerPolicy = R"JSON({"version": 1.0,
+  "eventGroups": [{"groupName": "tasks", "groupId": 3, "events": [
+    {"eventName": "scanStarted", "eventId": 11}, {"eventName": "scanDone", "eventId": 12},
+    {"eventName": "uploadStarted", "eventId": 21}, {"eventName": "uploadDone", "eventId": 22}]}],
   "components": [
-    { "identifier": "media", "processName": "mediad", "autostart": true,
-      "startProperty": "ctl.start mediad", "stopProperty": "ctl.stop mediad",
-      "memoryRequirement": 100,
-      "tasks": [
-        { "identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL" },
-        { "identifier": "scan", "priorityType": "normal", "minimumGuaranteedRuntime": 3000 } ] },
-    { "identifier": "sync", "processName": "syncd", "memoryRequirement": 300,
-      "startProperty": "persist.sync.run 1", "stopProperty": "persist.sync.run 0",
-      "tasks": [
-        { "identifier": "index", "priorityType": "normal" },
-        { "identifier": "upload", "priorityType": "normal", "minimumGuaranteedRuntime": 4000 },
-        { "identifier": "fetch", "priorityType": "normal" },
-        { "identifier": "alarm", "priorityType": "ZEL_TASK_CRITICAL", "preempt": false },
-        { "identifier": "long", "priorityType": "normal", "minimumGuaranteedRuntime": 10000 },
-        { "identifier": "quick", "priorityType": "normal" },
-        { "identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL" } ] },
-    { "identifier": "stuck", "processName": "stuckd", "stopProperty": "persist.stuck.run 1",
-      "tasks": [ { "identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL" } ] },
-    { "identifier": "loop", "processName": "loopd",
-      "tasks": [ { "identifier": "a", "priorityType": "normal" },
-                 { "identifier": "b", "priorityType": "normal" },
-                 { "identifier": "self", "priorityType": "normal" } ] }
-  ],
+    {"identifier": "media", "processName": "mediad", "autostart": true, "memoryRequirement": 100,
+     "startProperty": "ctl.start mediad", "stopProperty": "ctl.stop mediad", "tasks": [
+       {"identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL"},
+       {"identifier": "scan", "priorityType": "normal", "minimumGuaranteedRuntime": 3000}]},
+    {"identifier": "sync", "processName": "syncd", "memoryRequirement": 300,
+     "startProperty": "persist.sync.run 1", "stopProperty": "persist.sync.run 0", "tasks": [
+       {"identifier": "index", "priorityType": "normal"},
+       {"identifier": "upload", "priorityType": "normal", "minimumGuaranteedRuntime": 4000},
+       {"identifier": "fetch", "priorityType": "normal"},
+       {"identifier": "alarm", "priorityType": "ZEL_TASK_CRITICAL", "preempt": false},
+       {"identifier": "long", "priorityType": "normal", "minimumGuaranteedRuntime": 10000},
+       {"identifier": "quick", "priorityType": "normal"},
+       {"identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL"}]},
+    {"identifier": "stuck", "processName": "stuckd", "stopProperty": "persist.stuck.run 1",
+     "tasks": [{"identifier": "START_PROCESS", "priorityType": "ZEL_TASK_CRITICAL"}]},
+    {"identifier": "loop", "processName": "loopd", "tasks": [{"identifier": "a", "priorityType": "normal"},
+       {"identifier": "b", "priorityType": "normal"}, {"identifier": "self", "priorityType": "normal"}]}],
   "rules": [
-    { "name": "scan", "identifier": { "componentId": "media", "taskId": "scan" },
-      "dependencies": { "allowlist": [ { "componentId": "media", "taskId": "START_PROCESS" } ] },
-      "actions": [
-        { "message": "ZEL_TASK_STARTED", "events": [ { "eventGroup": "tasks", "eventName": "scanStarted" } ] },
-        { "message": "ZEL_TASK_COMPLETED", "events": [ { "eventGroup": "tasks", "eventName": "scanDone" } ] } ] },
-    { "name": "upload", "identifier": { "componentId": "sync", "taskId": "upload" },
-      "dependencies": { "allowlist": [ { "componentId": "sync", "taskId": "index" } ] },
-      "actions": [
-        { "message": "ZEL_TASK_STARTED", "events": [ { "eventGroup": "tasks", "eventName": "uploadStarted" } ] },
-        { "message": "ZEL_TASK_COMPLETED", "events": [ { "eventGroup": "tasks", "eventName": "uploadDone" } ] } ] },
-    { "name": "fetch", "identifier": { "componentId": "sync", "taskId": "fetch" },
-      "dependencies": { "allowlist": [ { "componentId": "sync", "taskId": "index" },
-                                       { "componentId": "media", "taskId": "scan" } ] },
-      "actions": [] },
-    { "name": "a", "identifier": { "componentId": "loop", "taskId": "a" },
-      "dependencies": { "allowlist": [ { "componentId": "loop", "taskId": "b" } ] }, "actions": [] },
-    { "name": "b", "identifier": { "componentId": "loop", "taskId": "b" },
-      "dependencies": { "allowlist": [ { "componentId": "loop", "taskId": "a" } ] }, "actions": [] },
-    { "name": "self", "identifier": { "componentId": "loop", "taskId": "self" },
-      "dependencies": { "allowlist": [ { "componentId": "loop", "taskId": "self" } ] }, "actions": [] }
-  ]
-})JSON";
+    {"name": "scan", "identifier": {"componentId": "media", "taskId": "scan"},
+     "dependencies": {"allowlist": [{"componentId": "media", "taskId": "START_PROCESS"}]}, "actions": [
+       {"message": "ZEL_TASK_STARTED", "events": [{"eventGroup": "tasks", "eventName": "scanStarted"}]},
+       {"message": "ZEL_TASK_COMPLETED", "events": [{"eventGroup": "tasks", "eventName": "scanDone"}]}]},
+    {"name": "upload", "identifier": {"componentId": "sync", "taskId": "upload"},
+     "dependencies": {"allowlist": [{"componentId": "sync", "taskId": "index"}]}, "actions": [
+       {"message": "ZEL_TASK_STARTED", "events": [{"eventGroup": "tasks", "eventName": "uploadStarted"}]},
+       {"message": "ZEL_TASK_COMPLETED", "events": [{"eventGroup": "tasks", "eventName": "uploadDone"}]}]},
+    {"name": "fetch", "identifier": {"componentId": "sync", "taskId": "fetch"}, "actions": [],
+     "dependencies": {"allowlist": [{"componentId": "sync", "taskId": "index"},
+                                    {"componentId": "media", "taskId": "scan"}]}},
+    {"name": "a", "identifier": {"componentId": "loop", "taskId": "a"}, "actions": [],
+     "dependencies": {"allowlist": [{"componentId": "loop", "taskId": "b"}]}},
+    {"name": "b", "identifier": {"componentId": "loop", "taskId": "b"}, "actions": [],
+     "dependencies": {"allowlist": [{"componentId": "loop", "taskId": "a"}]}},
+    {"name": "self", "identifier": {"componentId": "loop", "taskId": "self"}, "actions": [],
+     "dependencies": {"allowlist": [{"componentId": "loop", "taskId": "self"}]}}]})JSON";
 
 // The monotonic clock as the tests set it, in whole seconds.
 class ZelFakeClock {
