@@ -270,29 +270,20 @@ status_t Parcel::readUint64(uint64_t* pArg) const { return readAligned(pArg); }
 status_t Parcel::readFloat(float* pArg) const { return readAligned(pArg); }
 status_t Parcel::readDouble(double* pArg) const { return readAligned(pArg); }
 
-int32_t Parcel::readInt32() const {
-    int32_t v = 0;
-    readInt32(&v);
-    return v;
+namespace {
+// The value-returning reads give 0 where the status-returning read fails.
+template <typename T>
+T readOrZero(const Parcel& parcel, status_t (Parcel::*read)(T*) const) {
+    T value{};
+    (parcel.*read)(&value);
+    return value;
 }
+}  // namespace
 
-uint32_t Parcel::readUint32() const {
-    uint32_t v = 0;
-    readUint32(&v);
-    return v;
-}
-
-int64_t Parcel::readInt64() const {
-    int64_t v = 0;
-    readInt64(&v);
-    return v;
-}
-
-uint64_t Parcel::readUint64() const {
-    uint64_t v = 0;
-    readUint64(&v);
-    return v;
-}
+int32_t Parcel::readInt32() const { return readOrZero<int32_t>(*this, &Parcel::readInt32); }
+uint32_t Parcel::readUint32() const { return readOrZero<uint32_t>(*this, &Parcel::readUint32); }
+int64_t Parcel::readInt64() const { return readOrZero<int64_t>(*this, &Parcel::readInt64); }
+uint64_t Parcel::readUint64() const { return readOrZero<uint64_t>(*this, &Parcel::readUint64); }
 
 status_t Parcel::readBool(bool* pArg) const {
     int32_t v;
