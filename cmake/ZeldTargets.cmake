@@ -16,11 +16,25 @@ function(zeld_library name)
   endif()
 endfunction()
 
+# Under TSan every executable carries the suppressions of
+# cmake/tsan-suppressions.txt (why: see that file), compiled into the program
+# so that child processes started by tests need no environment.
+if(ZELD_SANITIZE STREQUAL "thread")
+  file(READ ${CMAKE_CURRENT_LIST_DIR}/tsan-suppressions.txt ZELD_TSAN_SUPPRESSIONS)
+  string(REGEX REPLACE "#[^\n]*\n" "" ZELD_TSAN_SUPPRESSIONS "${ZELD_TSAN_SUPPRESSIONS}")
+  string(REPLACE "\n" "\\n" ZELD_TSAN_SUPPRESSIONS "${ZELD_TSAN_SUPPRESSIONS}")
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/ZelTsanSuppressions.cpp
+       CONTENT "extern \"C\" const char* __tsan_default_suppressions() { return \"${ZELD_TSAN_SUPPRESSIONS}\"; }\n")
+endif()
+
 # An executable of ours with the project's warnings, linked with `libs`.
 function(zeld_executable_ name sources libs)
   add_executable(${name} ${sources})
   target_compile_options(${name} PRIVATE ${ZELD_WARNINGS})
   target_link_libraries(${name} PRIVATE ${libs} Threads::Threads)
+  if(ZELD_SANITIZE STREQUAL "thread")
+    target_sources(${name} PRIVATE ${CMAKE_BINARY_DIR}/ZelTsanSuppressions.cpp)
+  endif()
 endfunction()
 
 # zeld_test(name SOURCES ... [DEPS targets])

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// A helper program run as a separate process; it inherits the environment
+// (so ZELD_ROOT). The destructor kills it if it still runs.
+class ZelPeerProcess {
+public:
+    ZelPeerProcess(std::string program, const std::vector<std::string>& args) {
+        std::vector<std::string> strings{std::move(program)};
+        strings.insert(strings.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (std::string& arg : strings) argv.push_back(arg.data());
+        argv.push_back(nullptr);
+        if (posix_spawn(&mPid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
+            throw std::runtime_error("cannot start " + strings[0]);
+        }
+    }
+    ~ZelPeerProcess() {
+        kill(SIGKILL);
+        wait();
+    }
+    ZelPeerProcess(const ZelPeerProcess&) = delete;
+    ZelPeerProcess& operator=(const ZelPeerProcess&) = delete;
+
+    void kill(int signal) {
+        if (mStatus < 0) ::kill(mPid, signal);
+    }
+    // Waits for the exit: the exit status, or 128 + signal number.
+    int wait() {
+        int status = 0;
+        while (mStatus < 0 && waitpid(mPid, &status, 0) < 0 && errno == EINTR) {
+        }
+        if (mStatus < 0) mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return mStatus;
+    }
+
+private:
+    pid_t mPid = -1;
+    int mStatus = -1;
+};
