@@ -329,7 +329,9 @@ int32_t ZelTaskManager::taskStarted(const std::string& compId, const std::string
 }
 
 int32_t ZelTaskManager::taskCompleted(const std::string& compId, const std::string& taskId) {
-    return taskCompletedInternal(compId, taskId, false);
+    const int32_t result = taskCompletedInternal(compId, taskId, false);
+    if (result == kResultSuccess) approvePendingTasks();
+    return result;
 }
 
 int32_t ZelTaskManager::taskCompletedInternal(const std::string& compId,
@@ -370,8 +372,6 @@ int32_t ZelTaskManager::taskCompletedInternal(const std::string& compId,
         mStoppedTaskList.push_back(key);
     }
     ZEL_LOGD("done for Task (%s, %s)", compId.c_str(), taskId.c_str());
-    // A nested start request would wait for the reaper's own purge flag for good.
-    if (!fromReaper) approvePendingTasks();
     return kResultSuccess;
 }
 
@@ -477,6 +477,7 @@ void ZelTaskManager::TaskStatusUpdateOnResourceStatusUpdate() {
         }
         const int32_t result = taskCompletedInternal(key.first, key.second, false);
         ZEL_LOGI("Task (%s, %s) complete request status %d", compId, taskId, result);
+        if (result == kResultSuccess) approvePendingTasks();
     }
 
     if (!critical) {

@@ -63,7 +63,10 @@ public:
     int32_t taskStarted(const std::string& compId, const std::string& taskId, uint32_t token,
                         int32_t duration, std::shared_ptr<ZelIpcContext> taskContext,
                         int32_t requestType, bool startProcess);
-    // The client's completion: taskCompletedInternal(compId, taskId, false).
+    // The client's completion: taskCompletedInternal(compId, taskId, false),
+    // then, when that succeeded, the deferred-approval walk. The reaper's
+    // completions never run the walk: it holds the purge flag that a nested
+    // start request would wait on for good.
     int32_t taskCompleted(const std::string& compId, const std::string& taskId);
     int32_t taskCompletedInternal(const std::string& compId, const std::string& taskId,
                                   bool fromReaper);
