@@ -1,10 +1,94 @@
-#include "ZelLog.h"
+// The daemon's fixed start-up and shut-down sequence. The process entry
+// (ZelDaemonEntry.cpp) only wires the real parts into it.
 
-// The serving daemon is assembled from the task manager, the listener and the
-// binder server; until they are all present this entry only announces itself.
-int main() {
-    ZEL_LOGI("ZEL daemon is starting");
-    ZEL_LOGE("%s:%d ZEL daemon is not built yet: the serving parts are missing", __func__,
-             __LINE__);
-    return 1;
+#include <pthread.h>
+#include <signal.h>
+
+#include <thread>
+
+#include "ZelDaemonParts.h"
+#include "ZelDevicePath.h"
+#include "ZelLog.h"
+#include "ZelSystemProperty.h"
+
+namespace {
+
+constexpr const char* kModuleName = "COM_OSTREL_ZELD";
+constexpr const char* kDefaultPolicyFile = "/system/etc/zel_policy.json";
+constexpr const char* kOverridePolicyFile = "/data/zeld/zel_policy.json";
+constexpr const char* kOverrideProperty = "zeld.config.policy.override";
+
+// Consumes the blocked signals until SIGTERM (or a failed wait). SIGINT and
+// -1 cannot arrive through this set; they end the wait all the same.
+void waitForTermination(sigset_t signals) {
+    int signal = 0;
+    for (;;) {
+        if (sigwait(&signals, &signal) != 0) {
+            signal = -1;
+            break;
+        }
+        if (signal == SIGINT || signal == SIGTERM || signal == -1) break;
+    }
 }
+
+}  // namespace
+
+namespace zeld {
+
+int main(ZelDaemonParts& parts) {
+    ZEL_LOGI("ZEL daemon is starting");
+
+    // Before any thread exists, so every thread inherits the mask and neither
+    // signal is ever delivered asynchronously.
+    sigset_t signals;
+    sigset_t previousMask;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGCHLD);
+    if (pthread_sigmask(SIG_BLOCK, &signals, &previousMask) != 0) {
+        ZEL_LOGE("%s:%d Failed to block signal", __func__, __LINE__);
+        return 1;
+    }
+
+    if (!parts.createEventDispatcher(kModuleName)) {
+        ZEL_LOGE("%s:%d Failed to create ZelEventDispatcher", __func__, __LINE__);
+        return 1;
+    }
+
+    // No fallback: a missing or bad override file fails start-up.
+    std::string policyFile = kDefaultPolicyFile;
+    bool useOverride = false;
+    if (ZelSystemProperty::getProperty(kOverrideProperty, useOverride)) {
+        ZEL_LOGI("ZEL daemon is using override policy file");
+        policyFile = kOverridePolicyFile;
+    }
+    if (!parts.createTaskManager(zelDevicePath(policyFile))) {
+        ZEL_LOGE("%s:%d Failed to create ZelTaskManager", __func__, __LINE__);
+        return 1;
+    }
+
+    if (!parts.createActivityListener(kModuleName)) {
+        ZEL_LOGE("%s:%d Failed to create ZelActivityListener", __func__, __LINE__);
+        return 1;
+    }
+
+    // Serving: the main thread joins the binder pool here. Leaving the pool is
+    // reported as a failed start, so only a listener that reports success
+    // leads to the signal wait below (deliberate).
+    if (!parts.startActivityListener()) {
+        ZEL_LOGE("%s:%d Failed to start ZelActivityListener", __func__, __LINE__);
+        return 1;
+    }
+
+    std::thread signalWait(waitForTermination, signals);
+    signalWait.join();
+
+    parts.stopTaskManager();
+    parts.stopActivityListener();
+    parts.stopEventDispatcher();
+    ZEL_LOGI("ZEL daemon has stopped");
+    parts.release();
+    return 0;
+}
+
+}  // namespace zeld

@@ -21,6 +21,13 @@ struct ZelTaskContext {
     uint8_t reserved[3] = {};
     int32_t duration = 0;   // run time asked for, milliseconds
 
+    // notify as the byte it is on the wire: a client may send any non-zero
+    // value, which is no valid bool, so it is never loaded as one.
+    bool wantsNotify() const {
+        uint8_t byte = 0;
+        std::memcpy(&byte, &notify, sizeof(byte));
+        return byte != 0;
+    }
     std::string getCompId() const { return fieldString(compId); }
     std::string getTaskId() const { return fieldString(taskId); }
     // False (field unchanged) when `id` does not fit with its terminator.

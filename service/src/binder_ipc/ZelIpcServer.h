@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+class ZelIpcContext;
+
+// The request handler a server calls for each accepted client message: the
+// request's context, its function ID and its data. Zero means handled.
+using ServerCallback = std::function<int(std::shared_ptr<ZelIpcContext> context, int functionId,
+                                         const void* data, int length)>;
+
+// The server interface the activity listener uses: publish the client
+// service, hand requests to the installed handler, send replies.
+class ZelIpcServer {
+public:
+    virtual ~ZelIpcServer();
+
+    // Publishes the client service and serves.
+    virtual int start() = 0;
+    // Stops handing messages to the handler.
+    virtual int stop() = 0;
+    // Sends one reply record to the context's client.
+    virtual int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
+                            int length) = 0;
+
+    virtual void setServerCallback(ServerCallback callback);
+    // Returns 0.
+    virtual int clearServerCallback();
+    // A copy, so a caller can run it while another thread replaces it.
+    virtual ServerCallback getServerCallback();
+
+private:
+    std::mutex mCallbackLock;  // a leaf: guards mServerCallback
+    ServerCallback mServerCallback;
+};
