@@ -1,0 +1,92 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+
+#include "zel/client/ZelClientError.h"
+
+namespace zel::client {
+
+using Millis = std::chrono::milliseconds;
+
+// The daemon's answer to one request (ZelCallbackParams).
+struct ZelReply {
+    int32_t token = 0;       // the task's token
+    bool canStart = false;   // start requests: the task may run now
+    int32_t status = 0;      // 0 success; see docs/client-guide.md for the codes
+};
+
+struct ZelClientOptions {
+    // The ServiceIdentifier value this client registers under. 0 picks
+    // kClientIdPidBase + the process id, unique among running processes.
+    int32_t clientId = 0;
+    // How long connect() (and a request made while the daemon restarts)
+    // looks for the service.
+    Millis connectTimeout{2000};
+    // Follow a restart of the daemon: look the service up again and register
+    // again. Requests in flight at the daemon's death fail with kDied.
+    bool reconnect = true;
+};
+
+inline constexpr int32_t kClientIdPidBase = 0x40000000;
+
+// A client of the daemon's service "com.ostrel.zeld.service.IZelBinderIPC".
+//
+// Replies carry no request identifier, so a client has at most one request in
+// flight (calls from several threads are serialised) and tells replies apart
+// by this rule: a reply { token T, canStart true, status 0 } whose T is the
+// token of a start it was told to wait for (an earlier start request with
+// notify that answered canStart false) is that start's deferred approval;
+// any other reply answers the request in flight. Two clients must not share
+// a client identifier: the last to register takes the other's replies.
+//
+// Thread-safe. Replies arrive on the process's binder thread pool, which
+// connect() starts.
+class ZelClient {
+public:
+    static std::unique_ptr<ZelClient> connect(const ZelClientOptions& options,
+                                              ZelClientError* error);
+    // Unregisters the callback when the daemon is still there.
+    ~ZelClient();
+    ZelClient(const ZelClient&) = delete;
+    ZelClient& operator=(const ZelClient&) = delete;
+
+    int32_t clientId() const;
+    bool isConnected() const;
+
+    // Function 1. With notify, a start refused now (canStart false, a token,
+    // status 0) is approved later: waitForApproval(token).
+    ZelResult<ZelReply> requestStart(const std::string& compId, const std::string& taskId,
+                                     bool notify, int32_t durationMs, Millis timeout);
+    std::future<ZelResult<ZelReply>> requestStartAsync(const std::string& compId,
+                                                       const std::string& taskId, bool notify,
+                                                       int32_t durationMs, Millis timeout);
+    // Function 2: the task has started, quoting the token of its start grant.
+    ZelResult<ZelReply> reportStarted(const std::string& compId, const std::string& taskId,
+                                      int32_t token, int32_t durationMs, Millis timeout);
+    // Function 3. The daemon neither uses nor checks the token.
+    ZelResult<ZelReply> reportCompleted(const std::string& compId, const std::string& taskId,
+                                        int32_t token, Millis timeout);
+    // Any function ID and raw fields: waits for a reply like the calls above
+    // (a request the daemon does not answer times out).
+    ZelResult<ZelReply> sendRequest(int32_t functionId, const std::string& compId,
+                                    const std::string& taskId, int32_t token, bool notify,
+                                    int32_t durationMs, Millis timeout);
+
+    // The deferred approval of a start answered canStart false with `token`.
+    ZelResult<ZelReply> waitForApproval(int32_t token, Millis timeout);
+    // Called on a binder thread for every deferred approval, once installed.
+    void setApprovalListener(std::function<void(const ZelReply&)> listener);
+
+    class Impl;
+
+private:
+    explicit ZelClient(std::shared_ptr<Impl> impl);
+    std::shared_ptr<Impl> mImpl;
+};
+
+}  // namespace zel::client

@@ -1,0 +1,35 @@
+#include "ZelClientStatus.h"
+
+#include <unistd.h>
+
+#include "zel/client/ZelClient.h"
+
+namespace zel::client {
+
+using android::binder::Status;
+
+ZelClientError errorOf(const Status& status) {
+    if (status.isOk()) return ZelClientError::kNone;
+    if (status.exceptionCode() == Status::EX_ILLEGAL_ARGUMENT) return ZelClientError::kRefused;
+    if (status.transactionError() == android::DEAD_OBJECT) return ZelClientError::kDied;
+    return ZelClientError::kTransport;
+}
+
+int32_t defaultClientId(int32_t requested) {
+    return requested != 0 ? requested : kClientIdPidBase + static_cast<int32_t>(getpid());
+}
+
+const char* toString(ZelClientError error) {
+    switch (error) {
+        case ZelClientError::kNone: return "ok";
+        case ZelClientError::kNotRunning: return "daemon not running";
+        case ZelClientError::kTimedOut: return "timed out";
+        case ZelClientError::kRefused: return "refused by the daemon";
+        case ZelClientError::kDied: return "daemon died";
+        case ZelClientError::kInvalidArgument: return "invalid argument";
+        case ZelClientError::kTransport: return "binder transport failure";
+    }
+    return "unknown error";
+}
+
+}  // namespace zel::client
