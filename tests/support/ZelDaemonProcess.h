@@ -1,0 +1,46 @@
+#pragma once
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include <binder/IServiceManager.h>
+
+#include "ZelTestProcess.h"
+#include "ZelTestRoot.h"
+#include "ZelTestWait.h"
+
+// The real zeld binary serving on a test's device root (ZELD_ROOT is
+// inherited), its log lines in <root>/zeld.log. Killed when dropped.
+class ZelDaemonProcess {
+public:
+    ZelDaemonProcess(const std::string& binary, const ZelTestRoot& root)
+        : mLogPath(root.at("zeld.log")), mProcess(binary, {}, mLogPath) {}
+
+    // Both services registered by this daemon, or it exited first.
+    bool waitUntilServing() {
+        return eventually([this] { return serving() || !mProcess.running(); }) && serving();
+    }
+    std::string log() const {
+        std::ifstream in(mLogPath);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+    bool logged(const std::string& text) const { return log().find(text) != std::string::npos; }
+    bool waitForLog(const std::string& text) const {
+        return eventually([&] { return logged(text); });
+    }
+    ZelPeerProcess& process() { return mProcess; }
+
+private:
+    static bool serving() {
+        const android::sp<android::IServiceManager> sm = android::defaultServiceManager();
+        return sm != nullptr &&
+               sm->checkService(android::String16("com.ostrel.zeld.service.IZelBinderIPC")) != nullptr &&
+               sm->checkService(android::String16("com.ostrel.zeld.service.IZelEventManager")) != nullptr;
+    }
+
+    const std::string mLogPath;
+    ZelPeerProcess mProcess;
+};
