@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -35,18 +36,23 @@ public:
         mSignaller = std::thread([this] {
             kill(getpid(), SIGCHLD);
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            mStillWaitingAfterSigchld = calls.size() == 4;
+            mStillWaitingAfterSigchld = !mStopped.load();
             kill(getpid(), SIGTERM);
         });
         return true;
     }
-    void stopTaskManager() override { calls.push_back("stop taskmanager"); }
+    void stopTaskManager() override {
+        mStopped = true;
+        calls.push_back("stop taskmanager");
+    }
     void stopActivityListener() override { calls.push_back("stop listener"); }
     void stopEventDispatcher() override { calls.push_back("stop dispatcher"); }
     void release() override { calls.push_back("release"); }
 
-    std::vector<std::string> calls;
-    bool mStillWaitingAfterSigchld = false;
+    std::vector<std::string> calls;  // written by the sequence's thread only
+    // Signals carry no happens-before a race detector can see: atomics.
+    std::atomic<bool> mStopped{false};
+    std::atomic<bool> mStillWaitingAfterSigchld{false};
 
 private:
     bool step(const std::string& call) {
