@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <unistd.h>
@@ -10,17 +11,20 @@
 #include <string>
 #include <vector>
 
+#include "ZelTestFiles.h"
+
 // A helper program run as a separate process; it inherits the environment
 // (so ZELD_ROOT). The destructor kills it if it still runs.
 class ZelPeerProcess {
 public:
-    ZelPeerProcess(std::string program, const std::vector<std::string>& args) {
+    ZelPeerProcess(std::string program, const std::vector<std::string>& args,
+                   const posix_spawn_file_actions_t* actions = nullptr) {
         std::vector<std::string> strings{std::move(program)};
         strings.insert(strings.end(), args.begin(), args.end());
         std::vector<char*> argv;
         for (std::string& arg : strings) argv.push_back(arg.data());
         argv.push_back(nullptr);
-        if (posix_spawn(&mPid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
+        if (posix_spawn(&mPid, argv[0], actions, nullptr, argv.data(), environ) != 0) {
             throw std::runtime_error("cannot start " + strings[0]);
         }
     }
@@ -47,3 +51,27 @@ private:
     pid_t mPid = -1;
     int mStatus = -1;
 };
+
+// A program run to its end, with what it wrote.
+struct ZelProgramRun {
+    int status;  // exit status, or 128 + signal number
+    std::string out;
+    std::string err;
+};
+
+inline ZelProgramRun runZelProgram(const std::string& program, const std::vector<std::string>& args) {
+    char outPath[] = "/tmp/zeld-out-XXXXXX";
+    char errPath[] = "/tmp/zeld-err-XXXXXX";
+    close(mkstemp(outPath));
+    close(mkstemp(errPath));
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath, O_WRONLY | O_TRUNC, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath, O_WRONLY | O_TRUNC, 0);
+    ZelPeerProcess process(program, args, &actions);
+    posix_spawn_file_actions_destroy(&actions);
+    ZelProgramRun run{process.wait(), readZelTestFile(outPath), readZelTestFile(errPath)};
+    unlink(outPath);
+    unlink(errPath);
+    return run;
+}
