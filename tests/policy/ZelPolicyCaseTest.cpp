@@ -5,7 +5,6 @@
 // compares the engine's answers for every task with model.txt.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -118,11 +117,7 @@ TEST_P(ZelPolicyCaseTest, LoaderLogsTheExpectedLinesAndEngineAnswersAsTheModel) 
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, ZelPolicyCaseTest, ::testing::ValuesIn(listZelTestCases(kCases)),
-                         [](const auto& info) {
-                             std::string name = info.param;
-                             std::replace_if(name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
-                             return name;
-                         });
+                         [](const auto& info) { return zelTestName(info.param); });
 
 // Generated here rather than kept as a case: a text longer than one read
 // chunk, with nesting deeper than a recursive parser's stack allows.

@@ -22,23 +22,17 @@ public:
         int32_t second;
     };
 
-    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
-                       int32_t second) override {
+    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first, int32_t second) override {
         std::lock_guard<std::mutex> guard(mLock);
         mPublications.push_back({events, first, second});
         return publishResult;
     }
     bool subscribeEvent(uint8_t groupId, int32_t eventId, EventCallback callback) override {
         std::lock_guard<std::mutex> guard(mLock);
-        mSubscriptions.emplace_back(groupId, eventId);
         mCallbacks.emplace(Event(groupId, eventId), std::move(callback));
         return subscribeResult;
     }
-    bool unsubscribeEvents(const std::vector<Event>& events) override {
-        std::lock_guard<std::mutex> guard(mLock);
-        for (const auto& event : events) mCallbacks.erase(event);
-        return true;
-    }
+    bool unsubscribeEvents(const std::vector<Event>&) override { return true; }
     void stop() override {}
     void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override {
         EventCallback callback;
@@ -52,8 +46,7 @@ public:
     }
 
     // Delivers a resource monitor memory report to the (1, 1) subscriber.
-    void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value,
-                             uint64_t criticalThreshold) {
+    void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value, uint64_t criticalThreshold) {
         const ResourceStatusRecord record{resourceType, status, value, criticalThreshold};
         invokeEventCallback(1, 1, &record);
     }
@@ -61,13 +54,11 @@ public:
         std::lock_guard<std::mutex> guard(mLock);
         return mPublications;
     }
-    void clearPublications() {
-        std::lock_guard<std::mutex> guard(mLock);
-        mPublications.clear();
-    }
     std::vector<Event> subscriptions() const {
         std::lock_guard<std::mutex> guard(mLock);
-        return mSubscriptions;
+        std::vector<Event> events;
+        for (const auto& entry : mCallbacks) events.push_back(entry.first);
+        return events;
     }
 
     // Set while no other thread uses the dispatcher; subscribeResult before
@@ -78,6 +69,5 @@ public:
 private:
     mutable std::mutex mLock;  // guards everything below
     std::vector<Publication> mPublications;
-    std::vector<Event> mSubscriptions;
     std::map<Event, EventCallback> mCallbacks;
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -31,6 +32,34 @@ std::string ZelScenarioCell::after(size_t count) const {
         if (at == std::string::npos) return "";
     }
     return trim(text.substr(at));
+}
+
+std::map<std::string, std::string> ZelScenarioCell::options(size_t from) const {
+    std::map<std::string, std::string> found;
+    for (size_t i = from; i < words.size(); ++i) {
+        const auto eq = words[i].find('=');
+        found[words[i].substr(0, eq)] = eq == std::string::npos ? "" : words[i].substr(eq + 1);
+    }
+    return found;
+}
+
+std::string ZelScenarioCell::listIs(const std::vector<std::string>& found, size_t from) const {
+    if (found == std::vector<std::string>(words.begin() + std::min(from, words.size()), words.end())) return "";
+    std::string text = found.empty() ? "(none)" : "";
+    for (const std::string& item : found) text += item + " ";
+    return text;
+}
+
+std::string zelFindLineInOrder(const std::vector<std::string>& lines, size_t& cursor, const std::string& wanted) {
+    for (size_t i = cursor; i < lines.size(); ++i) {
+        if (lines[i] == wanted) {
+            cursor = i + 1;
+            return "";
+        }
+    }
+    std::string found = "no such line after the one found before; the lines were:";
+    for (const std::string& line : lines) found += "\n    " + line;
+    return found;
 }
 
 ZelScenario ZelScenario::read(const std::string& path) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,15 @@ struct ZelScenarioCell {
 
     // The text after the first `count` words, spacing kept.
     std::string after(size_t count) const;
+    // Words from `from` on as name=value options ("" for a bare word).
+    std::map<std::string, std::string> options(size_t from) const;
+    // Empty when the words from `from` on are exactly `found`, else `found`.
+    std::string listIs(const std::vector<std::string>& found, size_t from) const;
 };
+
+// Finds `wanted` among `lines` at or after `cursor` and moves the cursor past
+// it: empty when found, else every line, for the failure message.
+std::string zelFindLineInOrder(const std::vector<std::string>& lines, size_t& cursor, const std::string& wanted);
 
 struct ZelScenarioStep {
     ZelScenarioCell action;               // "request sync/index notify"

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -28,6 +29,11 @@ std::vector<std::string> listZelTestCases(const std::string& dir, const std::str
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string zelTestName(std::string caseName) {
+    std::replace_if(caseName.begin(), caseName.end(), [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+    return caseName;
 }
 
 void expectZelGolden(const std::string& goldenPath, const std::string& actual) {

@@ -12,6 +12,9 @@ std::string readZelTestFile(const std::string& path);
 // Names of the entries of `dir` (folders or files ending in `suffix`), sorted.
 std::vector<std::string> listZelTestCases(const std::string& dir, const std::string& suffix = "");
 
+// A case's name as a test name: letters and digits kept, the rest '_'.
+std::string zelTestName(std::string caseName);
+
 // Compares `actual` with the golden file, or rewrites it when regenerating.
 void expectZelGolden(const std::string& goldenPath, const std::string& actual);
 

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <sstream>
 
@@ -71,11 +70,7 @@ TEST_P(ZelctlCaseTest, CheckPrintsTheExpectedTextAndGraphAgrees) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, ZelctlCaseTest, ::testing::ValuesIn(listZelTestCases(kCases)),
-                         [](const auto& info) {
-                             std::string name = info.param;
-                             std::replace_if(name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
-                             return name;
-                         });
+                         [](const auto& info) { return zelTestName(info.param); });
 
 TEST(ZelctlTest, UsageErrorsExitTwoWithAMessage) {
     const std::string path = kCases + "/empty-sections/policy.json";

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cutils/properties.h>
-#include <log/log.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,9 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "ZelSystemProperty.h"
 #include "ZelTestRoot.h"
-#include "zel/ZelHostLog.h"
 
 namespace {
 
@@ -31,14 +28,6 @@ int inChild(Body body) {
     waitpid(pid, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
 }
-
-// Restores the platform functions after a test replaced them.
-struct PropertyHooksGuard {
-    ~PropertyHooksGuard() {
-        ZelSystemProperty::sWriter = property_set;
-        ZelSystemProperty::sBoolReader = property_get_bool;
-    }
-};
 
 }  // namespace
 
@@ -136,42 +125,4 @@ TEST(ZelHostProperties, ConcurrentWritersNeverLeaveATornValue) {
     const auto entries = std::distance(std::filesystem::directory_iterator(root.at("/dev/__properties__")),
                                        std::filesystem::directory_iterator());
     EXPECT_EQ(entries, 1) << "temporary files left behind";
-}
-
-TEST(ZelSystemProperty, SetPropertyLogsThenReportsTheWriterResult) {
-    PropertyHooksGuard restore;
-    static std::vector<std::string> calls;
-    calls.clear();
-    ZelSystemProperty::sWriter = [](const char* name, const char* value) {
-        calls.push_back(std::string(name) + "=" + value);
-        return std::string(value) == "fail" ? -1 : 0;
-    };
-    zel::hostlog::ZelLogCapture capture;
-    EXPECT_TRUE(ZelSystemProperty::setProperty("ctl.start", "svc"));
-    EXPECT_FALSE(ZelSystemProperty::setProperty("ctl.start", "fail"));
-    EXPECT_EQ(calls, (std::vector<std::string>{"ctl.start=svc", "ctl.start=fail"}));
-    const auto debug = capture.messages(ANDROID_LOG_DEBUG);
-    ASSERT_EQ(debug.size(), 2u);
-    EXPECT_EQ(debug[1].substr(debug[1].find(" - ")), " - Key:ctl.start, Value:fail");
-    EXPECT_EQ(debug[1].rfind("ZelSystemProperty::setProperty:", 0), 0u);
-    EXPECT_EQ(capture.lines().size(), 2u);  // nothing but the debug lines
-}
-
-TEST(ZelSystemProperty, GetPropertyReturnsTheValueNotSuccess) {
-    ZelTestRoot root;
-    bool value = true;
-    EXPECT_FALSE(ZelSystemProperty::getProperty("test.unset", value));
-    EXPECT_FALSE(value);
-    ASSERT_TRUE(ZelSystemProperty::setProperty("test.flag", "true"));
-    value = false;
-    EXPECT_TRUE(ZelSystemProperty::getProperty("test.flag", value));
-    EXPECT_TRUE(value);
-    ASSERT_TRUE(ZelSystemProperty::setProperty("test.flag", "maybe"));
-    EXPECT_FALSE(ZelSystemProperty::getProperty("test.flag", value));
-    EXPECT_FALSE(value);
-
-    PropertyHooksGuard restore;
-    ZelSystemProperty::sBoolReader = [](const char*, signed char) -> signed char { return 7; };
-    EXPECT_TRUE(ZelSystemProperty::getProperty("any", value));  // reduced to true
-    EXPECT_TRUE(value);
 }
