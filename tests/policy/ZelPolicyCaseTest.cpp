@@ -110,6 +110,9 @@ TEST_P(ZelPolicyCaseTest, LoaderLogsTheExpectedLinesAndEngineAnswersAsTheModel) 
         EXPECT_FALSE(std::filesystem::exists(model)) << "a refused document has no model";
         return;
     }
+    EXPECT_EQ(policy.eventGroups.max_load_factor(), 1.0f);
+    EXPECT_EQ(policy.groupEvents.max_load_factor(), 1.0f);
+    for (const auto& group : policy.groupEvents) EXPECT_EQ(group.second.max_load_factor(), 1.0f);
     zel::hostlog::setStderrMinPriority(ANDROID_LOG_WARN);
     const auto engine = ZelPolicyEngine::create(path);
     ASSERT_NE(engine, nullptr);
