@@ -29,6 +29,7 @@ public:
     }
     bool subscribeEvent(uint8_t groupId, int32_t eventId, EventCallback callback) override {
         std::lock_guard<std::mutex> guard(mLock);
+        mSubscriptions.emplace_back(groupId, eventId);
         mCallbacks.emplace(Event(groupId, eventId), std::move(callback));
         return subscribeResult;
     }
@@ -56,9 +57,7 @@ public:
     }
     std::vector<Event> subscriptions() const {
         std::lock_guard<std::mutex> guard(mLock);
-        std::vector<Event> events;
-        for (const auto& entry : mCallbacks) events.push_back(entry.first);
-        return events;
+        return mSubscriptions;
     }
 
     // Set while no other thread uses the dispatcher; subscribeResult before
@@ -69,5 +68,6 @@ public:
 private:
     mutable std::mutex mLock;  // guards everything below
     std::vector<Publication> mPublications;
+    std::vector<Event> mSubscriptions;
     std::map<Event, EventCallback> mCallbacks;
 };

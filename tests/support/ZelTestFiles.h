@@ -5,7 +5,7 @@
 
 // Reading test data, and golden files: expected outputs kept beside the cases.
 // A test run only compares; a golden file is rewritten only when the test
-// program runs with --regenerate-golden (see tests/README.md).
+// program runs with --regenerate-golden (target zeld_regenerate_golden).
 
 std::string readZelTestFile(const std::string& path);
 
