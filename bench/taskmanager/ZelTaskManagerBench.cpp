@@ -6,17 +6,13 @@
 //                    the task tables, three times (one per table)
 //   BM_Purge         one purge completing and cleaning 10,000 running tasks
 //   BM_SnapshotWalk  baseline: copy a 10,000-entry table and read each record
-#include <benchmark/benchmark.h>
-
 #include <atomic>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <map>
 
 #include <log/log.h>
 
-#include "ZelEventDispatcherInterface.h"
+#include "ZelBenchSupport.h"
 #include "ZelTaskManager.h"
 #include "ZelTime.h"
 #include "zel/ZelHostLog.h"
@@ -46,34 +42,12 @@ std::vector<TaskKey> keys(int components, int tasksPerComponent) {
     return result;
 }
 
-// A manager on components x tasksPerComponent normal tasks; task0 of each
-// component publishes one start and one stop event.
 std::shared_ptr<ZelTaskManager> makeManager(int components, int tasksPerComponent) {
-    std::string json = R"({"version": 1.0, "eventGroups": [{"groupName": "g", "groupId": 2,
-        "events": [{"eventName": "s", "eventId": 1}, {"eventName": "d", "eventId": 2}]}],
-        "components": [)";
-    std::string rules;
-    for (int c = 0; c < components; ++c) {
-        const std::string id = "comp" + std::to_string(c);
-        json += (c ? ",{" : "{") + std::string(R"("identifier": ")") + id +
-                R"(", "processName": "p", "memoryRequirement": 10, "tasks": [)";
-        for (int t = 0; t < tasksPerComponent; ++t) {
-            json += (t ? "," : "") + std::string(R"({"identifier": "task)") + std::to_string(t) +
-                    R"(", "priorityType": "normal"})";
-        }
-        json += "]}";
-        rules += (c ? ",{" : "{") + std::string(R"("name": "r", "identifier": {"componentId": ")") +
-                 id + R"(", "taskId": "task0"}, "actions": [
-                {"message": "ZEL_TASK_STARTED", "events": [{"eventGroup": "g", "eventName": "s"}]},
-                {"message": "ZEL_TASK_COMPLETED", "events": [{"eventGroup": "g", "eventName": "d"}]}]})";
-    }
     const auto path = std::filesystem::temp_directory_path() /
-                      ("zeld-bench-policy-" + std::to_string(components) + "x" +
-                       std::to_string(tasksPerComponent) + ".json");
-    std::ofstream(path) << json + R"(], "rules": [)" + rules + "]}";
+                      ("zeld-bench-policy-" + std::to_string(components) + "x" + std::to_string(tasksPerComponent));
+    std::ofstream(path) << zelBenchPolicy(components, tasksPerComponent);
     auto engine = ZelPolicyEngine::create(path.string());
-    return engine ? std::make_shared<ZelTaskManager>(std::make_shared<NullDispatcher>(), engine)
-                  : nullptr;
+    return engine ? std::make_shared<ZelTaskManager>(std::make_shared<NullDispatcher>(), engine) : nullptr;
 }
 
 void BM_RequestCycle(benchmark::State& state) {
@@ -84,8 +58,7 @@ void BM_RequestCycle(benchmark::State& state) {
     for (auto _ : state) {
         const auto& [comp, task] = all[i++ % all.size()];
         manager->taskStartRequested(comp, task, false, 3000, nullptr, nullptr, 2);
-        manager->taskStarted(comp, task, manager->getTask(comp, task)->getToken(), 3000, nullptr, 2,
-                             false);
+        manager->taskStarted(comp, task, manager->getTask(comp, task)->getToken(), 3000, nullptr, 2, false);
         manager->taskCompleted(comp, task);
         if (i % 100 == 0) manager->clearStoppedTasks();
     }
@@ -141,32 +114,13 @@ BENCHMARK(BM_RequestCycle);
 BENCHMARK(BM_SnapshotWalk)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Purge)->Unit(benchmark::kMicrosecond);
 
-// Keeps each benchmark's time per iteration (ns) so the ratios can be printed.
-struct RatioReporter : benchmark::ConsoleReporter {
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                nanos[run.run_name.function_name] = run.GetAdjustedRealTime() *
-                        (run.time_unit == benchmark::kMicrosecond ? 1000.0 : 1.0);
-            }
-        }
-    }
-    void printRatio(const char* measured, const char* baseline) {
-        if (nanos[measured] > 0 && nanos[baseline] > 0) {
-            std::printf("ratio %s / %s = %.1f\n", measured, baseline, nanos[measured] / nanos[baseline]);
-        }
-    }
-    std::map<std::string, double> nanos;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
     ZelTime::setMonotonicSource(&fakeNow);
     benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
+    ZelBenchReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatio("BM_RequestCycle", "BM_MapCycle");
     reporter.printRatio("BM_Purge", "BM_SnapshotWalk");

@@ -9,10 +9,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <thread>
 
 #include <binder/IServiceManager.h>
@@ -22,6 +20,8 @@
 #include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
 #include <com/ostrel/zeld/interfaces/ZelCallbackParamsParcelable.h>
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
+
+#include "ZelTestWait.h"
 
 using namespace com::ostrel::zeld::interfaces;
 using android::sp;
@@ -39,20 +39,10 @@ public:
         std::printf("reply from %d kind %d: %stoken=%d canStart=%d status=%d\n", sender.value, kind.value,
                     decoded ? "" : "(undecodable) ", reply.token, reply.canStart, reply.status);
         std::fflush(stdout);
-        std::lock_guard<std::mutex> guard(mLock);
-        ++mCount;
-        mChanged.notify_all();
+        arrived.put(reply.token);
         return Status::ok();
     }
-    bool waitFor(int count) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mChanged.wait_for(lock, std::chrono::seconds(5), [&] { return mCount >= count; });
-    }
-
-private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    int mCount = 0;
+    Inbox<int32_t> arrived;
 };
 
 class DeathNotice : public android::IBinder::DeathRecipient {
@@ -102,7 +92,7 @@ int main(int argc, char** argv) {
             std::printf("sendAsyncMessage: %s\n", status.toString8().string());
             return 2;
         }
-        if (!replies->waitFor(i)) return 4;
+        if (!replies->arrived.waitFor(i)) return 4;
         std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
     }
     return 0;

@@ -17,7 +17,6 @@ public:
     void onCount(const std::string& moduleName, const std::string& name, int64_t value) override {
         std::lock_guard<std::mutex> guard(mLock);
         mTotals[{moduleName, name}] += value;
-        mCalls[{moduleName, name}] += 1;
     }
     // Sum of the values recorded under the name.
     int64_t total(const std::string& moduleName, const std::string& name) const {
@@ -25,15 +24,8 @@ public:
         auto it = mTotals.find({moduleName, name});
         return it == mTotals.end() ? 0 : it->second;
     }
-    // Number of recordings under the name.
-    int64_t calls(const std::string& moduleName, const std::string& name) const {
-        std::lock_guard<std::mutex> guard(mLock);
-        auto it = mCalls.find({moduleName, name});
-        return it == mCalls.end() ? 0 : it->second;
-    }
 
 private:
-    mutable std::mutex mLock;  // guards both maps
+    mutable std::mutex mLock;  // guards mTotals
     std::map<std::pair<std::string, std::string>, int64_t> mTotals;
-    std::map<std::pair<std::string, std::string>, int64_t> mCalls;
 };

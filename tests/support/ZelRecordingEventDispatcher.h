@@ -22,8 +22,7 @@ public:
         int32_t second;
     };
 
-    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
-                       int32_t second) override {
+    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first, int32_t second) override {
         std::lock_guard<std::mutex> guard(mLock);
         mPublications.push_back({events, first, second});
         return publishResult;
@@ -34,11 +33,7 @@ public:
         mCallbacks.emplace(Event(groupId, eventId), std::move(callback));
         return subscribeResult;
     }
-    bool unsubscribeEvents(const std::vector<Event>& events) override {
-        std::lock_guard<std::mutex> guard(mLock);
-        for (const auto& event : events) mCallbacks.erase(event);
-        return true;
-    }
+    bool unsubscribeEvents(const std::vector<Event>&) override { return true; }
     void stop() override {}
     void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override {
         EventCallback callback;
@@ -52,18 +47,13 @@ public:
     }
 
     // Delivers a resource monitor memory report to the (1, 1) subscriber.
-    void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value,
-                             uint64_t criticalThreshold) {
+    void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value, uint64_t criticalThreshold) {
         const ResourceStatusRecord record{resourceType, status, value, criticalThreshold};
         invokeEventCallback(1, 1, &record);
     }
     std::vector<Publication> publications() const {
         std::lock_guard<std::mutex> guard(mLock);
         return mPublications;
-    }
-    void clearPublications() {
-        std::lock_guard<std::mutex> guard(mLock);
-        mPublications.clear();
     }
     std::vector<Event> subscriptions() const {
         std::lock_guard<std::mutex> guard(mLock);

@@ -7,32 +7,27 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "ZelTestFiles.h"
+
 // A helper program run as a separate process; it inherits the environment
-// (so ZELD_ROOT). With an output path its stdout and stderr go to that file.
-// The destructor kills it if it still runs.
+// (so ZELD_ROOT). The destructor kills it if it still runs.
 class ZelPeerProcess {
 public:
     ZelPeerProcess(std::string program, const std::vector<std::string>& args,
-                   const std::string& outputPath = "") {
+                   const posix_spawn_file_actions_t* actions = nullptr) {
         std::vector<std::string> strings{std::move(program)};
         strings.insert(strings.end(), args.begin(), args.end());
         std::vector<char*> argv;
         for (std::string& arg : strings) argv.push_back(arg.data());
         argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        if (!outputPath.empty()) {
-            posix_spawn_file_actions_addopen(&actions, 1, outputPath.c_str(),
-                                             O_WRONLY | O_CREAT | O_APPEND, 0644);
-            posix_spawn_file_actions_adddup2(&actions, 1, 2);
+        if (posix_spawn(&mPid, argv[0], actions, nullptr, argv.data(), environ) != 0) {
+            throw std::runtime_error("cannot start " + strings[0]);
         }
-        const int spawned = posix_spawn(&mPid, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (spawned != 0) throw std::runtime_error("cannot start " + strings[0]);
     }
     ~ZelPeerProcess() {
         kill(SIGKILL);
@@ -67,3 +62,45 @@ private:
     pid_t mPid = -1;
     int mStatus = -1;
 };
+
+// Spawn actions that append a program's stdout and stderr to one file.
+class ZelOutputTo {
+public:
+    explicit ZelOutputTo(const std::string& path) {
+        posix_spawn_file_actions_init(&mActions);
+        posix_spawn_file_actions_addopen(&mActions, STDOUT_FILENO, path.c_str(),
+                                         O_WRONLY | O_CREAT | O_APPEND, 0644);
+        posix_spawn_file_actions_adddup2(&mActions, STDOUT_FILENO, STDERR_FILENO);
+    }
+    ~ZelOutputTo() { posix_spawn_file_actions_destroy(&mActions); }
+    ZelOutputTo(const ZelOutputTo&) = delete;
+    ZelOutputTo& operator=(const ZelOutputTo&) = delete;
+    const posix_spawn_file_actions_t* get() const { return &mActions; }
+
+private:
+    posix_spawn_file_actions_t mActions;
+};
+
+// A program run to its end, with what it wrote.
+struct ZelProgramRun {
+    int status;  // exit status, or 128 + signal number
+    std::string out;
+    std::string err;
+};
+
+inline ZelProgramRun runZelProgram(const std::string& program, const std::vector<std::string>& args) {
+    char outPath[] = "/tmp/zeld-out-XXXXXX";
+    char errPath[] = "/tmp/zeld-err-XXXXXX";
+    close(mkstemp(outPath));
+    close(mkstemp(errPath));
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath, O_WRONLY | O_TRUNC, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath, O_WRONLY | O_TRUNC, 0);
+    ZelPeerProcess process(program, args, &actions);
+    posix_spawn_file_actions_destroy(&actions);
+    ZelProgramRun run{process.wait(), readZelTestFile(outPath), readZelTestFile(errPath)};
+    unlink(outPath);
+    unlink(errPath);
+    return run;
+}

@@ -1,82 +1,44 @@
-// The reaper: run-time enforcement in a purge, its thread's commands, and
-// creation of the manager that starts it. Tests that start the real reaper
-// run in a child process: the reaper cannot be stopped once it waits, and a
-// process that exits with it running ends through std::terminate.
+// The reaper thread: its commands, the manager's create() that starts it,
+// its periodic and woken purges. Tests that start the real reaper run in a
+// child process: the reaper cannot be stopped once it waits, and a process
+// that exits with it running ends through std::terminate.
+#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <thread>
 
+#include "ZelMetricsRecorder.h"
 #include "ZelTaskManagerTestSupport.h"
+#include "ZelTestWait.h"
+#include <log/log.h>
+#include "zel/ZelHostLog.h"
 
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
-TEST_F(TaskManagerTest, PurgeEnforcesOnlyRunTimesUpToFiveSeconds) {
-    startRunning("sync", "index", -1);
-    startRunning("sync", "long", 6000);
-    startRunning("sync", "alarm", 5000);
-    startRunning("sync", "quick", -3);
-    setMemory(1, 800, 1000);
-    ASSERT_EQ(requestWithAnswer("sync", "upload", makeTestContext()), 0);  // pending
-    setMemory(1, 0, 1000);
-
-    ZelTaskManager::clearList(mManager.get());  // at the start second
-    EXPECT_EQ(task("sync", "quick"), nullptr);   // completed and cleaned up in one purge
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Task:(sync, quick) configured runTime:-3, exceeds runTime:1"));
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Task (sync, quick) complete request status 0"));
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Task:(sync, index) is running"));
-
-    ZelFakeClock::set(1005);
-    ZelTaskManager::clearList(mManager.get());
-    EXPECT_EQ(task("sync", "alarm")->getState(), TASK_STATE_RUNNING);
-
-    ZelFakeClock::set(1006);
-    ZelTaskManager::clearList(mManager.get());
-    EXPECT_EQ(task("sync", "alarm"), nullptr);
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Task:(sync, alarm) configured runTime:5000, exceeds runTime:1"));
-    // The reaper's own completions approve nothing.
-    EXPECT_EQ(task("sync", "upload")->getState(), TASK_STATE_START_PENDING);
-    EXPECT_TRUE(ZelApprovalRecorder::approvals().empty());
-
-    ZelFakeClock::set(2000);
-    ZelTaskManager::clearList(mManager.get());
-    EXPECT_EQ(task("sync", "index")->getState(), TASK_STATE_RUNNING);
-    EXPECT_EQ(task("sync", "long")->getState(), TASK_STATE_RUNNING);
-}
-
-TEST_F(TaskManagerTest, StopEndsAReaperThatReadsTheExitCommandFirst) {
-    startRunning("sync", "index");
-    {
-        std::lock_guard<std::mutex> guard(gReaperMutex);
-        gReaperState = REAPER_STATE_EXIT;
-    }
-    gReaperThread = std::thread(&ZelTaskManager::reaperFunc, mManager.get());
-    mManager->stop();
+TEST(ReaperTest, StopEndsAReaperThatReadsTheExitCommandFirst) {
+    ZelTestRoot root;
+    zel::hostlog::ZelLogCapture log;
+    auto manager = makeTestManager(root, kTaskManagerPolicy, std::make_shared<ZelRecordingEventDispatcher>());
+    ASSERT_EQ(manager->taskStarted("sync", "alarm", 0, -3, nullptr, 2, false), 0);
+    ZelReaperSync::command(REAPER_STATE_EXIT);
+    gReaperThread = std::thread(&ZelTaskManager::reaperFunc, manager.get());
+    manager->stop();
     EXPECT_FALSE(gReaperThread.joinable());
-    EXPECT_FALSE(logged(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"));
-    EXPECT_NE(task("sync", "index"), nullptr);  // tables untouched
+    EXPECT_FALSE(log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"));
+    EXPECT_NE(manager->getTask("sync", "alarm"), nullptr);  // no purge ran
 }
 
-TEST(TaskManagerCreateTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
+TEST(ReaperTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
     ZelTestRoot root;
     ZelMetricsRecorder metrics;
     zel::hostlog::ZelLogCapture log;
-    EXPECT_EQ(ZelTaskManager::create(root.at("/missing.json"),
-                                     std::make_shared<ZelRecordingEventDispatcher>()),
+    EXPECT_EQ(ZelTaskManager::create(root.at("/missing.json"), std::make_shared<ZelRecordingEventDispatcher>()),
               nullptr);
-    // One line, at error level.
-    const std::string text = "Failed to create ZelPolicyEngine";
-    const auto all = log.messages();
-    EXPECT_EQ(std::count_if(all.begin(), all.end(),
-                            [&](const std::string& line) { return line.find(text) != std::string::npos; }),
-              1);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, text));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "Failed to create ZelPolicyEngine"));
     EXPECT_EQ(metrics.total("TaskManager", "PolicyEngineInitFailedCount"), 1);
     EXPECT_FALSE(gReaperThread.joinable());
 }
@@ -85,56 +47,44 @@ TEST(TaskManagerCreateTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
 std::shared_ptr<ZelTaskManager> createInChild(const ZelTestRoot& root,
                                               std::shared_ptr<ZelRecordingEventDispatcher> events) {
     zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
-    root.writeFile("/system/etc/zel_policy.json", kTaskManagerPolicy);
-    auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), events);
+    root.writeFile("/system/etc/zel_policy.json", readZelTestFile(kTaskManagerPolicy));
+    auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), std::move(events));
     if (manager == nullptr) _exit(10);
     return manager;
-}
-
-bool waitUntil(const std::function<bool()>& done, milliseconds limit) {
-    const auto deadline = steady_clock::now() + limit;
-    while (!done()) {
-        if (steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    return true;
 }
 
 void startQuick(ZelTaskManager& manager) {
     manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
     auto quick = manager.getTask("sync", "quick");
-    if (quick == nullptr) _exit(11);
-    if (manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
-        _exit(12);
+    if (quick == nullptr || manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
+        _exit(11);
     }
 }
 
-// Nothing but reports wakes a request that arrives during a purge, so these
-// children make requests only just after a purge, when the next one is a
+// Nothing but reports wakes a request that arrives during a purge, so the
+// child makes requests only just after a purge, when the next one is a
 // whole period away.
 void purgesPeriodicallyAndWhenWoken() {
     ZelTestRoot root;
     zel::hostlog::ZelLogCapture log;
     auto events = std::make_shared<ZelRecordingEventDispatcher>();
     auto manager = createInChild(root, events);
-    if (events->subscriptions().size() != 1) _exit(13);
     auto purged = [&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); };
-    if (!waitUntil(purged, milliseconds(7000))) _exit(14);  // at once or after one period
+    if (!eventually(purged, milliseconds(7000))) _exit(12);  // at once or after one period
     std::this_thread::sleep_for(milliseconds(100));
 
     startQuick(*manager);
     auto gone = [&] { return manager->getTask("sync", "quick") == nullptr; };
-    if (!waitUntil(gone, milliseconds(7000))) _exit(15);  // the next periodic purge
+    if (!eventually(gone, milliseconds(7000))) _exit(13);  // the next periodic purge
     std::this_thread::sleep_for(milliseconds(100));
 
     // A report with running tasks purges long before the period ends.
     startQuick(*manager);
     events->deliverMemoryReport(1, 1, 0, 1000);
-    if (!waitUntil(gone, milliseconds(3500))) _exit(16);
-    _exit(0);
+    _exit(eventually(gone, milliseconds(3500)) ? 0 : 14);
 }
 
-TEST(TaskManagerCreateTest, ReaperPurgesEveryPeriodAndAtOnceWhenWoken) {
+TEST(ReaperTest, PurgesEveryPeriodAndAtOnceWhenWoken) {
     EXPECT_EXIT(purgesPeriodicallyAndWhenWoken(), ::testing::ExitedWithCode(0), "");
 }
 
@@ -151,19 +101,18 @@ void stopIsOverwritten() {
         manager->stop();
         stopped = true;
     }).detach();
-    if (!waitUntil([&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); },
-                   milliseconds(3000))) {
-        _exit(17);
+    if (!eventually([&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); }, milliseconds(3000))) {
+        _exit(15);
     }
     std::this_thread::sleep_for(milliseconds(500));
-    _exit(stopped ? 18 : 0);
+    _exit(stopped ? 16 : 0);
 }
 
-TEST(TaskManagerCreateTest, StopWhileTheReaperWaitsIsOverwritten) {
+TEST(ReaperTest, StopWhileTheReaperWaitsIsOverwritten) {
     EXPECT_EXIT(stopIsOverwritten(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(TaskManagerCreateTest, SecondCreateInOneProcessTerminatesIt) {
+TEST(ReaperTest, SecondCreateInOneProcessTerminatesIt) {
     EXPECT_DEATH(
             {
                 ZelTestRoot root;

@@ -1,5 +1,7 @@
 // Request threads, the reaper and memory reports at once. Runs in a child
 // process (the reaper never ends); the sanitizers stop it at the first fault.
+#include <gtest/gtest.h>
+#include <log/log.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "ZelTaskManagerTestSupport.h"
+#include "zel/ZelHostLog.h"
 
 // A data race must fail the test, not only print a report.
 extern "C" const char* __tsan_default_options() { return "halt_on_error=1"; }
@@ -17,7 +20,7 @@ namespace {
 void runRequestsReaperAndReports() {
     zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
     ZelTestRoot root;
-    root.writeFile("/system/etc/zel_policy.json", kTaskManagerPolicy);
+    root.writeFile("/system/etc/zel_policy.json", readZelTestFile(kTaskManagerPolicy));
     auto events = std::make_shared<ZelRecordingEventDispatcher>();
     auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), events);
     if (manager == nullptr) _exit(10);

@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+
+#include <cutils/properties.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ZelTestRoot.h"
+
+namespace {
+
+std::string readProperty(const char* name) {
+    char value[PROPERTY_VALUE_MAX];
+    property_get(name, value, "<unset>");
+    return value;
+}
+
+// Runs `body` in a child process and returns its exit status.
+template <typename Body>
+int inChild(Body body) {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(body());
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+}
+
+}  // namespace
+
+TEST(ZelHostProperties, SharedBetweenProcessesUnderOneRootIsolatedBetweenRoots) {
+    ZelTestRoot root;
+    ASSERT_EQ(inChild([] { return property_set("vendor.zel.demo", "running"); }), 0);
+    EXPECT_EQ(readProperty("vendor.zel.demo"), "running");
+
+    // A child under another root neither sees nor disturbs this root's value.
+    const std::string otherRoot = root.path() + "/other";
+    EXPECT_EQ(inChild([&] {
+                  setenv("ZELD_ROOT", otherRoot.c_str(), 1);
+                  if (readProperty("vendor.zel.demo") != "<unset>") return 1;
+                  return property_set("vendor.zel.demo", "elsewhere") == 0 ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(readProperty("vendor.zel.demo"), "running");
+
+    ASSERT_EQ(property_set("vendor.zel.demo", ""), 0);
+    EXPECT_EQ(readProperty("vendor.zel.demo"), "<unset>");  // empty reads as the default
+}
+
+TEST(ZelHostProperties, BooleanTextRules) {
+    ZelTestRoot root;
+    const std::vector<std::string> trueTexts = {"1", "y", "yes", "true", "on"};
+    const std::vector<std::string> falseTexts = {"0", "n", "no", "false", "off"};
+    const std::vector<std::string> otherTexts = {"",     "TRUE", "Yes", " true", "true ",
+                                                 "2",    "ye",   "onn", "Y",     "0x1",
+                                                 "truE", "of",   "N"};
+    for (const auto& text : trueTexts) {
+        ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
+        EXPECT_EQ(property_get_bool("test.bool", 0), 1) << text;
+        EXPECT_EQ(property_get_bool("test.bool", 1), 1) << text;
+    }
+    for (const auto& text : falseTexts) {
+        ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
+        EXPECT_EQ(property_get_bool("test.bool", 1), 0) << text;
+    }
+    for (const auto& text : otherTexts) {
+        ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
+        EXPECT_EQ(property_get_bool("test.bool", 0), 0) << "'" << text << "'";
+        EXPECT_EQ(property_get_bool("test.bool", 1), 1) << "'" << text << "'";
+    }
+    EXPECT_EQ(property_get_bool("test.never.set", 1), 1);
+    EXPECT_EQ(property_get_bool("test.never.set", 0), 0);
+}
+
+TEST(ZelHostProperties, RefusesLongValuesBadNamesAndReadOnlyRewrites) {
+    ZelTestRoot root;
+    const std::string longest(91, 'v');
+    EXPECT_EQ(property_set("test.len", longest.c_str()), 0);
+    EXPECT_EQ(readProperty("test.len"), longest);
+    EXPECT_EQ(property_set("test.len", (longest + "v").c_str()), -1);
+    EXPECT_EQ(readProperty("test.len"), longest);  // a refused write changes nothing
+
+    for (const char* bad : {"", ".lead", "trail.", "a..b", "sl/ash", "sp ace", "a=b"}) {
+        EXPECT_EQ(property_set(bad, "1"), -1) << bad;
+    }
+    for (const char* good : {"a", "ctl.start", "vendor.x_y-z@1:2", "A.B9"}) {
+        EXPECT_EQ(property_set(good, "1"), 0) << good;
+    }
+    EXPECT_EQ(property_set("ro.zel.once", "first"), 0);
+    EXPECT_EQ(property_set("ro.zel.once", "second"), -1);
+    EXPECT_EQ(readProperty("ro.zel.once"), "first");
+}
+
+// Writers in several processes race on one name; every read sees one whole
+// value that some writer wrote.
+TEST(ZelHostProperties, ConcurrentWritersNeverLeaveATornValue) {
+    ZelTestRoot root;
+    std::set<std::string> written;
+    std::vector<pid_t> writers;
+    for (char c : std::string("abcd")) {
+        const std::string value(80, c);
+        written.insert(value);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            for (int i = 0; i < 300; ++i) {
+                if (property_set("test.race", value.c_str()) != 0) _exit(1);
+            }
+            _exit(0);
+        }
+        writers.push_back(pid);
+    }
+    int reads = 0;
+    for (bool running = true; running; ++reads) {
+        const std::string seen = readProperty("test.race");
+        if (seen != "<unset>") {
+            ASSERT_TRUE(written.count(seen)) << "torn value: " << seen;
+        }
+        running = false;
+        for (pid_t pid : writers) running |= waitpid(pid, nullptr, WNOHANG) == 0;
+    }
+    EXPECT_GT(reads, 0);
+    const auto entries = std::distance(std::filesystem::directory_iterator(root.at("/dev/__properties__")),
+                                       std::filesystem::directory_iterator());
+    EXPECT_EQ(entries, 1) << "temporary files left behind";
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Reading test data, and golden files: expected outputs kept beside the cases.
+// A test run only compares; a golden file is rewritten only when the test
+// program runs with --regenerate-golden (target zeld_regenerate_golden).
+
+std::string readZelTestFile(const std::string& path);
+
+// Names of the entries of `dir` (folders or files ending in `suffix`), sorted.
+std::vector<std::string> listZelTestCases(const std::string& dir, const std::string& suffix = "");
+
+// A case's name as a test name: letters and digits kept, the rest '_'.
+std::string zelTestName(std::string caseName);
+
+// Compares `actual` with the golden file, or rewrites it when regenerating.
+void expectZelGolden(const std::string& goldenPath, const std::string& actual);
+
+// Set by the test program's main for --regenerate-golden.
+extern bool gZelRegenerateGolden;
