@@ -47,7 +47,8 @@ function(zeld_test name)
   endif()
   zeld_executable_(${name} "${ARG_SOURCES}"
     "${ARG_DEPS};zeld_test_support;GTest::gtest;GTest::gmock;GTest::gtest_main")
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+  # Listed when ctest runs, so a new case file is a new test without a rebuild.
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
 endfunction()
 
 # zeld_tool(name SOURCES ... [DEPS targets]): a helper program, e.g. a peer process for tests.

@@ -11,11 +11,12 @@
 #include "ZelTestWait.h"
 
 // The real zeld binary serving on a test's device root (ZELD_ROOT is
-// inherited), its log lines in <root>/zeld.log. Killed when dropped.
+// inherited), its log lines in <root>/<logName>. Killed when dropped.
 class ZelDaemonProcess {
 public:
-    ZelDaemonProcess(const std::string& binary, const ZelTestRoot& root)
-        : mLogPath(root.at("zeld.log")), mProcess(binary, {}, mLogPath) {}
+    ZelDaemonProcess(const std::string& binary, const ZelTestRoot& root,
+                     const std::string& logName = "zeld.log")
+        : mLogPath(root.at(logName)), mOutput(mLogPath), mProcess(binary, {}, mOutput.get()) {}
 
     // Both services registered by this daemon, or it exited first.
     bool waitUntilServing() {
@@ -42,5 +43,6 @@ private:
     }
 
     const std::string mLogPath;
+    const ZelOutputTo mOutput;
     ZelPeerProcess mProcess;
 };

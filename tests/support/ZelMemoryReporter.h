@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -39,14 +38,21 @@ public:
         mThread.join();
     }
     bool connected() const { return mClient != nullptr; }
-    // Publishes `report` at once, and from then on every period.
+    // Publishes `report` at once, and from then on every period. Returns once
+    // the daemon has handled it (publishing is a call that delivers to the
+    // daemon before it returns).
     void report(const Report& report) {
-        std::lock_guard<std::mutex> guard(mLock);
+        std::unique_lock<std::mutex> lock(mLock);
         mReport = report;
         mNow = true;
+        const uint64_t wanted = ++mGeneration;
         mChanged.notify_all();
+        mChanged.wait_for(lock, std::chrono::seconds(5), [&] { return mHandled >= wanted || mStopping; });
     }
-    uint64_t published() const { return mPublished.load(); }
+    uint64_t published() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mPublished;
+    }
 
 private:
     void run() {
@@ -54,25 +60,30 @@ private:
         mChanged.wait(lock, [this] { return mStopping || mNow; });
         while (!mStopping) {
             const Report report = mReport;
+            const uint64_t generation = mGeneration;
             mNow = false;
             lock.unlock();
-            if (mClient != nullptr &&
-                mClient->publishMemoryReport(report.status, report.value, report.criticalThreshold,
-                                             report.resourceType) == zel::client::ZelClientError::kNone) {
-                ++mPublished;
-            }
+            const bool published =
+                    mClient != nullptr &&
+                    mClient->publishMemoryReport(report.status, report.value, report.criticalThreshold,
+                                                 report.resourceType) == zel::client::ZelClientError::kNone;
             lock.lock();
+            if (published) ++mPublished;
+            mHandled = generation;
+            mChanged.notify_all();
             mChanged.wait_for(lock, mPeriod, [this] { return mStopping || mNow; });
         }
     }
 
     const std::chrono::milliseconds mPeriod;
     std::unique_ptr<zel::client::ZelEventClient> mClient;
-    std::mutex mLock;  // guards mReport, mNow, mStopping
+    std::mutex mLock;  // guards the fields below
     std::condition_variable mChanged;
     Report mReport;
     bool mNow = false;
     bool mStopping = false;
-    std::atomic<uint64_t> mPublished{0};
+    uint64_t mPublished = 0;
+    uint64_t mGeneration = 0;  // of the last report()
+    uint64_t mHandled = 0;     // generation of the last publication made
     std::thread mThread;
 };

@@ -1,0 +1,333 @@
+// Runs every table of scenarios/ (format: scenarios/README.md) against the
+// real zeld binary on a private device root, as its clients meet it: through
+// libzelclient, through the generated proxies for what the library will not
+// send, and through a client in another process.
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <thread>
+
+#include <binder/IServiceManager.h>
+#include <com/ostrel/zeld/interfaces/IZelBinderIPC.h>
+#include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
+#include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+
+#include "ZelDaemonProcess.h"
+#include "ZelMemoryReporter.h"
+#include "ZelScenario.h"
+#include "ZelTestFiles.h"
+#include "zel/client/ZelClient.h"
+
+using namespace com::ostrel::zeld::interfaces;
+using namespace zel::client;
+
+namespace {
+
+const auto kReplyWait = std::chrono::seconds(2);
+const auto kEventualWait = std::chrono::seconds(15);
+
+[[noreturn]] void refuse(const std::string& what) { throw std::invalid_argument(what); }
+
+// The daemon's log as "L text" lines (level letter, text after the
+// "file::function:line - " prefix); lines of other shapes are dropped.
+std::vector<std::string> logLines(const std::string& log) {
+    std::vector<std::string> lines;
+    std::istringstream in(log);
+    for (std::string line; std::getline(in, line);) {
+        const auto tag = line.find(" zeld: ");
+        const auto dash = line.find(" - ", tag);
+        if (tag == std::string::npos || tag < 2 || dash == std::string::npos) continue;
+        std::string text = line.substr(dash + 3);
+        text.erase(text.find_last_not_of(' ') + 1);
+        // The entry's "<function>:<line> " prefix loses its line number too.
+        const auto colon = text.find(':');
+        const auto space = text.find(' ');
+        if (colon != std::string::npos && colon < space && colon + 1 < space &&
+            text.find_first_not_of("0123456789", colon + 1) == space) {
+            text.erase(colon, space - colon);
+        }
+        lines.push_back(std::string(1, line[tag - 1]) + " " + text);
+    }
+    return lines;
+}
+
+std::string hex(int32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "%x", static_cast<uint32_t>(value));
+    return text;
+}
+
+// Polls `found` (empty when it holds) until it holds or the wait is over.
+std::string eventuallyEmpty(const std::function<std::string()>& found) {
+    const auto deadline = std::chrono::steady_clock::now() + kEventualWait;
+    std::string last = found();
+    while (!last.empty() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        last = found();
+    }
+    return last;
+}
+
+class ZelDaemonDriver : public ZelScenarioDriver {
+public:
+    std::string perform(const ZelScenarioCell& action) override {
+        const std::vector<std::string>& w = action.words;
+        const auto opts = action.options(2);
+        mStepLogStart = logLines(daemonLog()).size();
+        if (w[0] == "policy" && w.size() == 2) {
+            mRoot.writeFile("/system/etc/zel_policy.json", readZelTestFile(ZELD_TESTS_DIR "/" + w[1]));
+        } else if (w[0] == "override" && w.size() == 2) {
+            if (w[1] != "missing") {
+                mRoot.writeFile("/data/zeld/zel_policy.json", readZelTestFile(ZELD_TESTS_DIR "/" + w[1]));
+            }
+            property_set("zeld.config.policy.override", "true");
+        } else if (w[0] == "root" && w.size() == 2) {
+            breakRoot(w[1]);
+        } else if (w[0] == "daemon" && w.size() == 1) {
+            return startDaemon();
+        } else if (w[0] == "memory" && w.size() == 3) {
+            return memoryReport(w[1], w[2]);
+        } else if ((w[0] == "request" || w[0] == "started" || w[0] == "completed") && w.size() >= 2) {
+            return clientRequest(w[0], w[1], opts);
+        } else if (w[0] == "approval" && w.size() == 2) {
+            return replyText(client().waitForApproval(token(w[1]), kEventualWait));
+        } else if (w[0] == "send") {
+            return rawSend(action.options(1));
+        } else if (w[0] == "peer" && w.size() >= 2) {
+            return peer(w);
+        } else if (w[0] == "signal" && w.size() == 2 && mDaemon) {
+            mDaemon->process().kill(w[1] == "TERM" ? SIGTERM : w[1] == "CHLD" ? SIGCHLD : SIGKILL);
+        } else if (w[0] == "wait" && w.size() == 2) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(w[1])));
+        } else {
+            refuse("unknown step");
+        }
+        return "";
+    }
+
+    std::string check(const ZelScenarioCell& expectation) override {
+        const std::vector<std::string>& w = expectation.words;
+        if (w[0] == "log" && w.size() >= 3) {
+            const std::string wanted = w[1] + " " + substitute(expectation.after(2));
+            return eventuallyEmpty([&] {
+                size_t cursor = mLogCursor;
+                const std::string found = zelFindLineInOrder(logLines(daemonLog()), cursor, wanted);
+                if (found.empty()) mLogCursor = cursor;
+                return found;
+            });
+        }
+        if (w[0] == "no-log" && w.size() >= 2) {
+            const std::string text = substitute(expectation.after(1));
+            const std::vector<std::string> lines = logLines(daemonLog());
+            for (size_t i = mStepLogStart; i < lines.size(); ++i) {
+                if (lines[i].find(text) != std::string::npos) return lines[i];
+            }
+            return "";
+        }
+        if (w[0] == "property" && w.size() == 3) {
+            return eventuallyEmpty([&] {
+                char value[PROPERTY_VALUE_MAX] = {};
+                const bool set = property_get(w[1].c_str(), value, "") > 0;
+                const std::string found = set ? value : "unset";
+                return found == w[2] ? "" : found;
+            });
+        }
+        if (w[0] == "daemon" && w.size() >= 2 && mDaemon) {
+            const bool running = mDaemon->process().running();
+            if (w[1] == "running") return running ? "" : "exited";
+            return running ? "running" : "";
+        }
+        refuse("unknown expectation");
+    }
+
+private:
+    void breakRoot(const std::string& how) {
+        if (how == "no-binder") {
+            // A file where the runtime's directory should be: no service manager.
+            std::filesystem::remove_all(mRoot.at("/dev/binder"));
+            mRoot.writeFile("/dev/binder", "");
+        } else if (how == "event-service-taken") {
+            // A folder in the place of the registration: registering fails.
+            std::filesystem::remove_all(mRoot.at("/dev/binder/services/com.ostrel.zeld.service.IZelEventManager"));
+            mRoot.writeFile("/dev/binder/services/com.ostrel.zeld.service.IZelEventManager/taken", "");
+        } else {
+            refuse("unknown root change");
+        }
+    }
+
+    std::string startDaemon() {
+        mClient.reset();
+        mMonitor.reset();
+        mDaemon = std::make_unique<ZelDaemonProcess>(ZELD_BINARY, mRoot,
+                                                     "zeld-" + std::to_string(++mDaemons) + ".log");
+        mLogCursor = 0;
+        mStepLogStart = 0;
+        if (mDaemon->waitUntilServing()) return "serving";
+        return "exit " + std::to_string(mDaemon->process().wait());
+    }
+
+    std::string memoryReport(const std::string& status, const std::string& usage) {
+        const auto slash = usage.find('/');
+        if (slash == std::string::npos) refuse("usage is <used>/<threshold>");
+        if (!mMonitor) mMonitor = std::make_unique<ZelMemoryReporter>();
+        const uint8_t code = status == "critical" ? 4 : status == "normal" ? 1 : std::stoi(status);
+        mMonitor->report({1, code, std::stoull(usage.substr(0, slash)), std::stoull(usage.substr(slash + 1))});
+        return "";
+    }
+
+    std::string clientRequest(const std::string& kind, const std::string& key,
+                              const std::map<std::string, std::string>& opts) {
+        const auto slash = key.find('/');
+        if (slash == std::string::npos) refuse("'" + key + "' is no component/task");
+        const std::string comp = key.substr(0, slash);
+        const std::string task = key.substr(slash + 1);
+        const int32_t duration = opts.count("duration") ? std::stoi(opts.at("duration")) : 5000;
+        const int32_t sent = opts.count("token") ? token(opts.at("token")) : 0;
+        const int32_t function = opts.count("function") ? std::stoi(opts.at("function"))
+                                 : kind == "request"  ? 1
+                                 : kind == "started"  ? 2
+                                                      : 3;
+        return replyText(client().sendRequest(function, comp, task, sent, opts.count("notify") != 0,
+                                              duration, kReplyWait));
+    }
+
+    // A message through the generated proxy: what libzelclient never sends.
+    std::string rawSend(const std::map<std::string, std::string>& opts) {
+        const auto service = android::interface_cast<IZelBinderIPC>(
+                android::defaultServiceManager()->checkService(
+                        android::String16("com.ostrel.zeld.service.IZelBinderIPC")));
+        if (service == nullptr) refuse("no daemon");
+        std::vector<uint8_t> bytes;
+        const std::string data = opts.count("data") ? opts.at("data") : "valid";
+        if (data == "valid") {
+            ZelAsyncParamsBinderParcelable request;
+            request.functionId = 1;
+            request.taskContext.setCompId("sync");
+            request.taskContext.setTaskId("index");
+            com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&request, bytes);
+        } else if (data == "unterminated") {
+            // 64 bytes of compId with no NUL: the daemon must stop at the field's end.
+            ZelAsyncParamsBinderParcelable request;
+            request.functionId = 1;
+            std::memset(request.taskContext.compId, 'A', sizeof(request.taskContext.compId));
+            request.taskContext.setTaskId("index");
+            com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&request, bytes);
+        } else if (data == "garbage") {
+            bytes = {1, 2, 3};
+        } else if (data != "empty") {
+            refuse("data is valid, garbage or empty");
+        }
+        const std::string sender = opts.count("client") ? opts.at("client") : "77";
+        const auto status = service->sendAsyncMessage(
+                ServiceIdentifier(sender == "me" ? client().clientId() : std::stoi(sender)),
+                MessageIdentifier(std::stoi(opts.count("kind") ? opts.at("kind") : "1")), bytes);
+        return status.isOk() ? "ok" : status.exceptionCode() == -3 ? "refused" : "error";
+    }
+
+    // A client in another process: "peer request <comp>/<task> [notify]", "peer kill".
+    std::string peer(const std::vector<std::string>& w) {
+        if (w[1] == "kill" && mPeer) {
+            mPeer->kill(SIGKILL);
+            mPeer->wait();
+            return "";
+        }
+        if (w[1] != "request" || w.size() < 3 || w[2].find('/') == std::string::npos) refuse("peer request <comp>/<task> [notify]");
+        const std::string output = mRoot.at("peer.out");
+        std::filesystem::remove(output);
+        mPeer = std::make_unique<ZelPeerProcess>(
+                ZELD_CLIENT_PEER,
+                std::vector<std::string>{w[2].substr(0, w[2].find('/')), w[2].substr(w[2].find('/') + 1),
+                                         w.size() > 3 && w[3] == "notify" ? "1" : "0", "5000"},
+                ZelOutputTo(output).get());
+        int id = 0;
+        int32_t token = 0;
+        int canStart = 0;
+        int status = 0;
+        const bool answered = eventually([&] {
+            return std::sscanf(readZelTestFile(output).c_str(), "id %d\nreply %d %d %d", &id, &token,
+                               &canStart, &status) == 4;
+        });
+        if (!answered) return "none";
+        mPeerId = id;
+        return replyText(ZelReply{token, canStart != 0, status});
+    }
+
+    ZelClient& client() {
+        if (!mClient) {
+            ZelClientError error;
+            mClient = ZelClient::connect({}, &error);
+            if (!mClient) refuse(std::string("no client: ") + toString(error));
+        }
+        return *mClient;
+    }
+
+    // "T<n> <canStart> <status>", tokens named in the order they first appear.
+    std::string replyText(const ZelResult<ZelReply>& reply) {
+        if (reply.error() == ZelClientError::kTimedOut) return "none";
+        if (!reply.ok()) return toString(reply.error());
+        std::string name = "0";
+        if (reply->token != 0) {
+            auto it = std::find_if(mTokens.begin(), mTokens.end(),
+                                   [&](const auto& entry) { return entry.second == reply->token; });
+            name = it != mTokens.end() ? it->first : "T" + std::to_string(mTokens.size() + 1);
+            mTokens[name] = reply->token;
+        }
+        return name + " " + (reply->canStart ? "1" : "0") + " " + std::to_string(reply->status);
+    }
+
+    int32_t token(const std::string& word) const {
+        if (word.empty() || word[0] != 'T') return std::stoi(word);
+        const auto it = mTokens.find(word);
+        if (it == mTokens.end()) refuse("no token " + word + " yet");
+        return it->second;
+    }
+
+    // {client} / {peer}: client identifiers; {T1}: a token in hex, {T1:d} in decimal.
+    std::string substitute(std::string text) const {
+        std::map<std::string, std::string> values{
+                {"{client}", mClient ? std::to_string(mClient->clientId()) : "?"},
+                {"{peer}", std::to_string(mPeerId)}};
+        for (const auto& [name, value] : mTokens) {
+            values["{" + name + "}"] = hex(value);
+            values["{" + name + ":d}"] = std::to_string(value);
+        }
+        for (const auto& [name, value] : values) {
+            for (auto at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size())) {
+                text.replace(at, name.size(), value);
+            }
+        }
+        return text;
+    }
+
+    std::string daemonLog() const { return mDaemon ? mDaemon->log() : ""; }
+
+    ZelTestRoot mRoot;
+    std::unique_ptr<ZelDaemonProcess> mDaemon;
+    int mDaemons = 0;
+    std::unique_ptr<ZelMemoryReporter> mMonitor;
+    std::unique_ptr<ZelClient> mClient;
+    std::unique_ptr<ZelPeerProcess> mPeer;
+    int mPeerId = 0;
+    std::map<std::string, int32_t> mTokens;
+    size_t mLogCursor = 0;
+    size_t mStepLogStart = 0;
+};
+
+class ZelDaemonScenarioTest : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(ZelDaemonScenarioTest, Holds) {
+    ZelDaemonDriver driver;
+    runZelScenario(ZelScenario::read(ZELD_DAEMON_SCENARIOS "/" + GetParam() + ".scenario"), driver);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, ZelDaemonScenarioTest,
+                         ::testing::ValuesIn(listZelTestCases(ZELD_DAEMON_SCENARIOS, ".scenario")),
+                         [](const auto& info) { return zelTestName(info.param); });
+
+}  // namespace
