@@ -26,6 +26,7 @@ public:
     int32_t getClientId() const { return mClientId; }
     const android::sp<IZelBinderIPCRequestCallback>& getCallback() const { return mCallback; }
     ZelIpcServer* getServer() const { return mServer; }
+    void* getUserData() const { return mUserData; }
 
 private:
     const int32_t mClientId;
