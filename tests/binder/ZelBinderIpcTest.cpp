@@ -1,11 +1,7 @@
 // Binder semantics across real processes: a test service runs in a peer
 // process (zeld_binder_test_peer serve), this process is its client.
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include <binder/IPCThreadState.h>
@@ -13,9 +9,8 @@
 #include <binder/ProcessState.h>
 #include <com/ostrel/zeld/test/BnZelTestCallback.h>
 
-#include "ZelBinderTestSupport.h"
+#include "ZelTestServiceFixture.h"
 #include "zel/binder/ZelBinderStats.h"
-#include "zel/binder/ZelWireFrame.h"
 
 using android::IBinder;
 using android::sp;
@@ -64,21 +59,8 @@ constexpr bool kSanitized = false;
 constexpr int kChurnClients = 1000;
 #endif
 
-enum StatIndex { kExported, kProxies, kPeers, kIncoming, kPoolThreads, kFds, kThreads, kRssKiB };
-
-class ZelBinderIpcTest : public ::testing::Test {
+class ZelBinderIpcTest : public ZelTestServiceFixture {
 protected:
-    void SetUp() override {
-        mService = waitForTestService(mName);
-        ASSERT_NE(mService, nullptr);
-    }
-
-    std::vector<int64_t> serverStats() {
-        std::vector<int64_t> stats;
-        EXPECT_TRUE(mService->stats(&stats).isOk());
-        return stats;
-    }
-
     // Runs `count` peer programs `args`, at most eight at a time, each to a 0 exit.
     void runPeers(int count, const std::vector<std::string>& args) {
         for (int done = 0; done < count; done += 8) {
@@ -89,10 +71,6 @@ protected:
             for (auto& peer : wave) ASSERT_EQ(peer->wait(), 0);
         }
     }
-
-    const std::string mName = testServiceName();  // before the server: it sets up the root
-    ZelPeerProcess mServer{ZELD_BINDER_TEST_PEER, {"serve", mName}};
-    sp<IZelTestService> mService;
 };
 
 TEST_F(ZelBinderIpcTest, SynchronousCallsReturnRepliesAndTheCallerIdentity) {
@@ -238,27 +216,10 @@ TEST_F(ZelBinderIpcTest, ATransactionAboveOneMiBFails) {
 
 TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
     using namespace zel::binder;
-    std::ifstream registration(binderTestRoot().at("/dev/binder/services/" + mName));
-    std::string endpoint;
-    uint32_t handle = 0;
-    registration >> endpoint >> handle;
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", binderTestRoot().at("/dev/binder/" + endpoint).c_str());
-
-    auto frame = [](ZelFrameType type, uint32_t code, uint32_t to, std::vector<uint8_t> payload) {
-        ZelFrame f;
-        f.type = type;
-        f.code = code;
-        f.handle = to;
-        f.payload = std::move(payload);
-        std::vector<uint8_t> bytes;
-        EXPECT_EQ(encodeZelFrame(f, &bytes), android::OK);
-        return bytes;
-    };
-    const auto hello = frame(ZelFrameType::HELLO, 0, 0, {'1', '-', 'r', 'a', 'w'});
-    const auto ping = frame(ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {});
-    auto truncated = frame(ZelFrameType::TRANSACTION, 0, 0, std::vector<uint8_t>(100));
+    const auto [path, handle] = serviceAddress(mName);
+    const auto hello = helloFrame(ownEndpoint("raw"));
+    const auto ping = encodedFrame(ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {});
+    auto truncated = encodedFrame(ZelFrameType::TRANSACTION, 0, 0, std::vector<uint8_t>(100));
     truncated.resize(truncated.size() - 50);  // the header promises more than ever arrives
     struct Case {
         const char* what;
@@ -269,20 +230,17 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
             {"garbage instead of a header", {std::vector<uint8_t>(64, 0xAB)}, false},
             {"a call before HELLO", {ping}, false},
             {"a truncated frame", {hello, truncated}, true},
-            {"a reply where only calls may come", {hello, frame(ZelFrameType::REPLY, 0, 0, {})}, false},
+            {"a reply where only calls may come", {hello, encodedFrame(ZelFrameType::REPLY, 0, 0, {})}, false},
             {"a well-formed ping", {hello, ping}, false},
     };
     for (const Case& c : cases) {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0) << c.what;
+        ZelRawConnection raw(path);
         timeval tv{10, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-        for (const auto& bytes : c.sends) {
-            ASSERT_EQ(send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-        }
-        if (c.endOfStream) shutdown(fd, SHUT_WR);
+        setsockopt(raw.fd(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+        for (const auto& bytes : c.sends) ASSERT_TRUE(raw.send(bytes)) << c.what;
+        if (c.endOfStream) shutdown(raw.fd(), SHUT_WR);
         uint8_t header[kZelFrameHeaderSize];
-        const ssize_t n = recv(fd, header, sizeof(header), MSG_WAITALL);
+        const ssize_t n = recv(raw.fd(), header, sizeof(header), MSG_WAITALL);
         if (&c == &cases.back()) {  // answered
             ZelFrameHeader decoded;
             ASSERT_EQ(n, static_cast<ssize_t>(sizeof(header)));
@@ -292,7 +250,6 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
         } else {  // closed: end of stream, or a reset when our bytes were left unread
             EXPECT_TRUE(n == 0 || (n < 0 && errno == ECONNRESET)) << c.what;
         }
-        close(fd);
     }
     // The server kept serving through all of it.
     std::vector<uint8_t> out;

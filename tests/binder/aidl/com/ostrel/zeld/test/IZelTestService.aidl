@@ -18,7 +18,8 @@ interface IZelTestService {
     oneway void record(int sequence);
     int[] recorded();
     // The service process's runtime figures: exported objects, proxies,
-    // peers, incoming connections, pool threads, open fds, threads, RSS in KiB.
+    // peers, incoming connections, pool threads, open fds, threads, RSS in KiB,
+    // lines logged since it started serving.
     long[] stats();
     void sleepMs(int ms);
 }
