@@ -16,6 +16,7 @@
 #include <binder/Parcel.h>
 
 #include "ZelExportTable.h"
+#include "ZelFrameReader.h"
 #include "ZelPeer.h"
 #include "ZelSocket.h"
 #include "zel/binder/ZelBinderStats.h"

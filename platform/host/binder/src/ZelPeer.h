@@ -10,6 +10,7 @@
 
 #include <binder/Parcel.h>
 
+#include "ZelFrameReader.h"
 #include "ZelSocket.h"
 
 namespace zel::binder {

@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 
 namespace zel::binder {
@@ -14,7 +13,6 @@ using android::BAD_VALUE;
 using android::DEAD_OBJECT;
 using android::OK;
 using android::TIMED_OUT;
-using android::UNKNOWN_ERROR;
 
 namespace {
 
@@ -79,93 +77,6 @@ status_t zelWriteFrame(int fd, const ZelFrame& frame) {
     status_t status = encodeZelFrame(frame, &bytes);
     if (status != OK) return status;
     return zelWriteAll(fd, bytes.data(), bytes.size());
-}
-
-namespace {
-// Room asked of each recv; a buffer larger than kShrinkAbove is given back
-// once it is empty.
-constexpr size_t kReadChunk = 4096;
-constexpr size_t kShrinkAbove = 64 * 1024;
-}  // namespace
-
-status_t ZelFrameReader::fill(int fd, int flags) {
-    size_t want = kReadChunk;
-    const size_t held = mEnd - mBegin;
-    if (held >= kZelFrameHeaderSize) {
-        ZelFrameHeader header;
-        if (decodeZelFrameHeader(mBuffer.get() + mBegin, &header) != OK) return BAD_VALUE;
-        want = std::max(want, kZelFrameHeaderSize + header.bodySize - held);
-    }
-    if (mCapacity - mEnd < want) {
-        if (mBegin > 0) {
-            std::memmove(mBuffer.get(), mBuffer.get() + mBegin, held);
-            mBegin = 0;
-            mEnd = held;
-        }
-        if (mCapacity - mEnd < want) {
-            auto bigger = std::make_unique<uint8_t[]>(mEnd + want);
-            if (mEnd > 0) std::memcpy(bigger.get(), mBuffer.get(), mEnd);
-            mBuffer = std::move(bigger);
-            mCapacity = mEnd + want;
-        }
-    }
-    for (;;) {
-        const ssize_t n = recv(fd, mBuffer.get() + mEnd, mCapacity - mEnd, flags);
-        if (n > 0) {
-            mEnd += static_cast<size_t>(n);
-            return OK;
-        }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return android::WOULD_BLOCK;
-        return mEnd > mBegin ? BAD_VALUE : DEAD_OBJECT;
-    }
-}
-
-status_t ZelFrameReader::take(ZelFrame* out, bool* taken) {
-    *taken = false;
-    const size_t held = mEnd - mBegin;
-    if (held < kZelFrameHeaderSize) return OK;
-    ZelFrameHeader header;
-    if (decodeZelFrameHeader(mBuffer.get() + mBegin, &header) != OK) return BAD_VALUE;
-    const size_t size = kZelFrameHeaderSize + header.bodySize;
-    if (held < size) return OK;
-    status_t status = decodeZelFrameBody(header, mBuffer.get() + mBegin + kZelFrameHeaderSize,
-                                         header.bodySize, out);
-    if (status != OK) return status;
-    *taken = true;
-    mBegin += size;
-    if (mBegin == mEnd) {
-        mBegin = mEnd = 0;
-        if (mCapacity > kShrinkAbove) {
-            mBuffer.reset();
-            mCapacity = 0;
-        }
-    }
-    return OK;
-}
-
-status_t ZelFrameReader::readAvailable(int fd, std::vector<ZelFrame>* out) {
-    status_t status = fill(fd, MSG_DONTWAIT);
-    if (status == android::WOULD_BLOCK) status = OK;  // woken with nothing to read
-    for (;;) {
-        ZelFrame frame;
-        bool taken = false;
-        const status_t parsed = take(&frame, &taken);
-        if (parsed != OK) return parsed;
-        if (!taken) return status;
-        out->push_back(std::move(frame));
-    }
-}
-
-status_t ZelFrameReader::readOne(int fd, ZelFrame* out) {
-    for (;;) {
-        bool taken = false;
-        status_t status = take(out, &taken);
-        if (status != OK || taken) return status;
-        status = fill(fd, 0);
-        if (status == android::WOULD_BLOCK) return android::TIMED_OUT;
-        if (status != OK) return status;
-    }
 }
 
 bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid) {

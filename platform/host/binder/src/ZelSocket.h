@@ -5,7 +5,6 @@
 
 #include <sys/types.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,31 +34,6 @@ status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd*
 status_t zelWriteAll(int fd, const void* data, size_t len);
 // Encodes and writes one frame.
 status_t zelWriteFrame(int fd, const ZelFrame& frame);
-// Reads frames from one stream socket through one buffer: a single recv
-// usually brings a whole frame, or several; the start of a frame waits in
-// the buffer for the rest. Not thread-safe: one reader at a time.
-class ZelFrameReader {
-public:
-    // One recv without blocking; complete frames are appended to `out`, in
-    // order. OK while the stream is good (maybe with no new frame),
-    // DEAD_OBJECT at an end of stream between frames, BAD_VALUE for a
-    // malformed frame or an end of stream inside one. Frames before the
-    // fault are still appended.
-    status_t readAvailable(int fd, std::vector<ZelFrame>* out);
-    // Blocks until a whole frame is there.
-    status_t readOne(int fd, ZelFrame* out);
-
-private:
-    status_t fill(int fd, int flags);
-    // Takes the first frame out of the buffer when it is complete.
-    status_t take(ZelFrame* out, bool* taken);
-
-    std::unique_ptr<uint8_t[]> mBuffer;
-    size_t mCapacity = 0;
-    size_t mBegin = 0;  // first unread byte
-    size_t mEnd = 0;    // end of the bytes received
-};
-
 // Peer credentials of a connected socket.
 bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid);
 
