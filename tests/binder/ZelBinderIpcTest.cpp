@@ -229,6 +229,7 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
     const std::vector<Case> cases = {
             {"garbage instead of a header", {std::vector<uint8_t>(64, 0xAB)}, false},
             {"a call before HELLO", {ping}, false},
+            {"a HELLO for another process", {helloFrame("1-raw"), ping}, false},
             {"a truncated frame", {hello, truncated}, true},
             {"a reply where only calls may come", {hello, encodedFrame(ZelFrameType::REPLY, 0, 0, {})}, false},
             {"a well-formed ping", {hello, ping}, false},

@@ -523,6 +523,12 @@ void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
                 fault = "no HELLO";
                 break;
             }
+            // An endpoint is named after the process that owns it; taking
+            // another's would let this peer end it here.
+            if (zelEndpointPid(endpoint) != conn->pid) {
+                fault = "HELLO names another process's endpoint";
+                break;
+            }
             std::lock_guard<std::mutex> guard(conn->lock);
             conn->endpoint = endpoint;
             continue;
