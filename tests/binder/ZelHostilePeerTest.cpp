@@ -55,4 +55,15 @@ TEST_F(ZelHostilePeerTest, AHelloClaimingAnotherProcessesEndpointIsRefused) {
     EXPECT_TRUE(callback->values.waitFor(kCalls));
 }
 
+TEST_F(ZelHostilePeerTest, HellosUnderManyNamesCostOneDescriptor) {
+    const std::string path = serviceAddress(mName).first;
+    const int64_t before = serverStats()[kFds];
+    for (int i = 0; i < 200; ++i) {
+        ZelRawConnection connection(path);
+        ASSERT_TRUE(connection.send(helloFrame(ownEndpoint("name" + std::to_string(i)))));
+    }
+    ASSERT_TRUE(eventually([&] { return serverStats()[kIncoming] == 1; }));
+    EXPECT_LE(serverStats()[kFds], before + 1);  // one to learn when this process exits
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -104,6 +105,12 @@ void unlinkAtExit(const std::string& path) {
 void setReplyTimeout(int fd) {
     timeval tv{kReplyTimeoutSeconds, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+}
+
+// True once the process behind `pidfd` has exited.
+bool processExited(int pidfd) {
+    pollfd exited{pidfd, POLLIN, 0};
+    return poll(&exited, 1, 0) > 0;
 }
 
 }  // namespace
@@ -285,22 +292,43 @@ void ZelBinderRuntime::watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd) {
 
 void ZelBinderRuntime::watchExit(const std::string& endpoint, pid_t pid) {
     if (pid <= 0) return;
+    bool overBound = false;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        auto of = mExitWatchOf.find(pid);
+        if (of != mExitWatchOf.end()) {
+            ExitWatch& watch = mExitWatches.at(of->second);
+            if (!processExited(watch.pidfd.get())) {  // the same process: its one pidfd
+                overBound = watch.endpoints.count(endpoint) == 0 &&
+                            watch.endpoints.size() >= kZelMaxEndpointsPerProcess;
+                if (!overBound) {
+                    watch.endpoints.insert(endpoint);
+                    return;
+                }
+            } else {
+                mExitWatchOf.erase(of);  // an earlier process of that pid; its exit is on its way
+            }
+        }
+    }
+    if (overBound) return onEndpointGone(endpoint);
     unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     if (pidfd.get() < 0) {
         if (errno == ESRCH) onEndpointGone(endpoint);
         return;
     }
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        if (mExitWatchOf.count(endpoint) != 0) return;
-        const uint64_t id = mNextId++;
-        epoll_event ev{};
-        ev.events = EPOLLIN | EPOLLONESHOT;
-        ev.data.u64 = makeTag(kTagExit, id);
-        if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, pidfd.get(), &ev) != 0) return;
-        mExitWatchOf[endpoint] = id;
-        mExitWatches[id] = ExitWatch{std::move(pidfd), endpoint};
+    std::lock_guard<std::mutex> guard(mLock);
+    auto of = mExitWatchOf.find(pid);
+    if (of != mExitWatchOf.end()) {  // made meanwhile by another thread
+        mExitWatches.at(of->second).endpoints.insert(endpoint);
+        return;
     }
+    const uint64_t id = mNextId++;
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.u64 = makeTag(kTagExit, id);
+    if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, pidfd.get(), &ev) != 0) return;
+    mExitWatchOf[pid] = id;
+    mExitWatches[id] = ExitWatch{std::move(pidfd), pid, {endpoint}};
 }
 
 void ZelBinderRuntime::onEndpointGone(const std::string& endpoint) {
@@ -428,16 +456,17 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
             return;
         }
         case kTagExit: {
-            std::string endpoint;
+            std::set<std::string> endpoints;
             {
                 std::lock_guard<std::mutex> guard(mLock);
                 auto it = mExitWatches.find(id);
                 if (it == mExitWatches.end()) return;
-                endpoint = it->second.endpoint;
-                mExitWatchOf.erase(endpoint);
+                endpoints = std::move(it->second.endpoints);
+                auto of = mExitWatchOf.find(it->second.pid);
+                if (of != mExitWatchOf.end() && of->second == id) mExitWatchOf.erase(of);
                 mExitWatches.erase(it);  // closes the pidfd
             }
-            onEndpointGone(endpoint);
+            for (const std::string& endpoint : endpoints) onEndpointGone(endpoint);
             return;
         }
     }

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -18,6 +19,7 @@
 #include "ZelExportTable.h"
 #include "ZelFrameReader.h"
 #include "ZelPeer.h"
+#include "ZelRuntimeLimits.h"
 #include "ZelSocket.h"
 #include "zel/binder/ZelBinderStats.h"
 
@@ -104,7 +106,7 @@ private:
     void rearm(const std::shared_ptr<Incoming>& conn);
     void closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why);
     // Forgets what the endpoint's process held once it has exited: watched
-    // through a pidfd when it is still running.
+    // through one pidfd per process while it is still running.
     void watchExit(const std::string& endpoint, pid_t pid);
     void onEndpointGone(const std::string& endpoint);
 
@@ -128,10 +130,11 @@ private:
     std::map<uint64_t, std::weak_ptr<ZelPeer>> mWatchedPeers;
     struct ExitWatch {
         unique_fd pidfd;
-        std::string endpoint;
+        pid_t pid = 0;
+        std::set<std::string> endpoints;  // names the process used
     };
     std::map<uint64_t, ExitWatch> mExitWatches;
-    std::map<std::string, uint64_t> mExitWatchOf;  // endpoint -> id in mExitWatches
+    std::map<pid_t, uint64_t> mExitWatchOf;  // pid -> id in mExitWatches
     android::sp<android::IServiceManager> mServiceManager;
 
     ZelExportTable mExports;
