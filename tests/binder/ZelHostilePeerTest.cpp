@@ -22,6 +22,39 @@ namespace {
 
 using ZelHostilePeerTest = ZelTestServiceFixture;
 
+TEST_F(ZelHostilePeerTest, AReferenceToAnEndpointThatAcceptsNothingHoldsNoThread) {
+    // An endpoint of this process whose listen queue is full.
+    const std::string full = ownEndpoint("full");
+    const std::string fullPath = binderTestRoot().at("/dev/binder/" + full);
+    android::base::unique_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", fullPath.c_str());
+    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+    ASSERT_EQ(listen(listener.get(), 0), 0);
+    auto filler = std::make_unique<ZelRawConnection>(fullPath);
+
+    // Two calls that each hand the service a reference to an object there.
+    const auto [path, handle] = serviceAddress(mName);
+    std::vector<ZelRawConnection> attackers;
+    for (int i = 0; i < 2; ++i) {
+        attackers.emplace_back(path);
+        ASSERT_TRUE(attackers.back().send(helloFrame(full)));
+        ASSERT_TRUE(attackers.back().send(
+                encodedFrame(ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {}, {{full, 1}})));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the service takes both
+    std::atomic<bool> served{false};
+    std::thread good([&] {
+        std::vector<uint8_t> out;
+        served = mService->echo({1}, &out).isOk();
+    });
+    EXPECT_TRUE(eventually([&] { return served.load(); }));
+    listener.reset();  // let go
+    filler.reset();
+    good.join();
+}
+
 class RecordingCallback : public com::ostrel::zeld::test::BnZelTestCallback {
 public:
     android::binder::Status onValue(int32_t value) override {

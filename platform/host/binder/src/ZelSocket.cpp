@@ -1,6 +1,7 @@
 #include "ZelSocket.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -49,11 +50,11 @@ status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd*
     sockaddr_un addr;
     socklen_t len;
     if (!makeAddress(dir, name, &addr, &len)) return BAD_VALUE;
-    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd.get() < 0) return -errno;
-    if (TEMP_FAILURE_RETRY(connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), len)) != 0) {
-        return DEAD_OBJECT;
-    }
+    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), len) != 0) return DEAD_OBJECT;
+    const int flags = fcntl(fd.get(), F_GETFL);
+    if (flags < 0 || fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) return -errno;
     *out = std::move(fd);
     return OK;
 }

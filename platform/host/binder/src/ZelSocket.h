@@ -27,7 +27,9 @@ struct ZelSocketDir {
 
 // Binds a listening socket for `name` (non-blocking, close-on-exec).
 status_t zelListen(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
-// Connects to the endpoint `name`; DEAD_OBJECT when nobody listens there.
+// Connects to the endpoint `name` without waiting: DEAD_OBJECT when nobody
+// listens there or its listen queue is full (a process that accepts nothing
+// is as good as gone). The socket blocks on reads.
 status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
 
 // Writes all of `len` bytes; DEAD_OBJECT when the peer is gone.
