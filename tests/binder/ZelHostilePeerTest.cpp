@@ -22,6 +22,38 @@ namespace {
 
 using ZelHostilePeerTest = ZelTestServiceFixture;
 
+TEST_F(ZelHostilePeerTest, StalledAndTrickledFramesCostWhatArrivedAndAreCutOffAtTheirDeadlines) {
+    const auto [path, handle] = serviceAddress(mName);
+    // A header announcing a 1 MiB call, and the first 100 bytes of its body.
+    std::vector<uint8_t> start = encodedFrame(ZelFrameType::TRANSACTION, 1, handle, std::vector<uint8_t>(kZelMaxPayload));
+    start.resize(kZelFrameHeaderSize + 100);
+    constexpr int kStalled = 64;
+    const int64_t residentBefore = serverStats()[kRssKiB];
+
+    std::vector<std::unique_ptr<ZelRawConnection>> peers;
+    for (int i = 0; i <= kStalled; ++i) {  // the last one trickles its body
+        peers.push_back(std::make_unique<ZelRawConnection>(path));
+        ASSERT_TRUE(peers.back()->send(helloFrame(ownEndpoint("stall" + std::to_string(i)))));
+        ASSERT_TRUE(peers.back()->send(start));
+    }
+    peers.push_back(std::make_unique<ZelRawConnection>(path));  // never says HELLO
+    ASSERT_TRUE(eventually([&] { return serverStats()[kIncoming] == kStalled + 3; }));
+    for (int i = 0; i <= kStalled; ++i) ASSERT_TRUE(peers[i]->send({0}));  // a little more of each body
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    // The bodies were announced, not sent: they take no room.
+    EXPECT_LT(serverStats()[kRssKiB] - residentBefore, kStalled * 1024 / 4);
+
+    ZelRawConnection& trickler = *peers[kStalled];
+    EXPECT_TRUE(eventually([&] {
+        trickler.send({0});  // progress does not extend a frame's deadline
+        for (auto& peer : peers) {
+            if (!peer->closed()) return false;
+        }
+        return true;
+    }));
+    EXPECT_EQ(serverStats()[kIncoming], 1);
+}
+
 TEST_F(ZelHostilePeerTest, AReferenceToAnEndpointThatAcceptsNothingHoldsNoThread) {
     // An endpoint of this process whose listen queue is full.
     const std::string full = ownEndpoint("full");

@@ -40,7 +40,7 @@ using android::sp;
 namespace {
 
 // epoll data: what kind of source in the top byte, an id below.
-enum Tag : uint64_t { kTagListener = 1, kTagWake = 2, kTagIncoming = 3, kTagPeer = 4, kTagExit = 5 };
+enum Tag : uint64_t { kTagListener = 1, kTagWake = 2, kTagIncoming = 3, kTagPeer = 4, kTagExit = 5, kTagTimer = 6 };
 constexpr int kTagShift = 56;
 constexpr uint64_t kIdMask = (uint64_t{1} << kTagShift) - 1;
 uint64_t makeTag(Tag tag, uint64_t id) { return (static_cast<uint64_t>(tag) << kTagShift) | id; }
@@ -48,8 +48,9 @@ uint64_t makeTag(Tag tag, uint64_t id) { return (static_cast<uint64_t>(tag) << k
 constexpr size_t kDefaultMaxThreads = 15;
 // A spawned pool thread idle this long leaves if another thread is idle.
 constexpr int kIdleExitMs = 2000;
-// One-way frames queued per connection before it stops being read.
-constexpr size_t kMaxQueuedOneway = 64;
+using Clock = ZelDeadlines::Clock;
+using Kind = ZelDeadlines::Kind;
+constexpr Clock::time_point kNever = Clock::time_point::max();
 // How long a peer may take to take a reply before its connection is closed.
 constexpr int kReplyTimeoutSeconds = 5;
 
@@ -115,21 +116,25 @@ bool processExited(int pidfd) {
 
 }  // namespace
 
-// A connection another process opened to this one.
+// A connection another process opened to this one. The thread that set
+// `reading` owns the reader and the input deadline until it clears it.
 struct ZelBinderRuntime::Incoming {
     uint64_t id = 0;
     unique_fd fd;
     pid_t pid = 0;
     uid_t uid = 0;
     std::mutex writeLock;  // one reply at a time; leaf lock
-    std::mutex readLock;   // held by the thread reading; leaf lock
     ZelFrameReader reader;
+    Clock::time_point inputDeadline = kNever;  // for the HELLO, or for the frame begun
 
     std::mutex lock;  // guards the fields below; leaf lock
     std::string endpoint;  // from HELLO; empty until then
+    bool reading = false;
+    bool paused = false;     // not read until its one-way calls drain
+    bool closed = false;
     std::deque<Call> oneway;  // waiting behind the one-way call being run
+    size_t onewayBytes = 0;
     bool onewayRunning = false;
-    bool rearmPending = false;  // reading stopped while `oneway` is full
 };
 
 ZelBinderRuntime& ZelBinderRuntime::instance() {
@@ -143,7 +148,10 @@ ZelBinderRuntime& ZelBinderRuntime::instance() {
 }
 
 ZelBinderRuntime::ZelBinderRuntime()
-    : mPid(getpid()), mEndpoint(zelNewEndpointName()), mMaxThreads(kDefaultMaxThreads) {}
+    : mPid(getpid()),
+      mEndpoint(zelNewEndpointName()),
+      mDeadlines(ZelRuntimeDeadlines::fromEnvironment()),
+      mMaxThreads(kDefaultMaxThreads) {}
 
 status_t ZelBinderRuntime::ensureOnline() {
     std::lock_guard<std::mutex> guard(mLock);
@@ -171,7 +179,8 @@ status_t ZelBinderRuntime::ensureOnline() {
     wake.data.u64 = makeTag(kTagWake, 0);
     if (mEpollFd.get() < 0 || mWakeFd.get() < 0 ||
         epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mListenFd.get(), &listen) != 0 ||
-        epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mWakeFd.get(), &wake) != 0) {
+        epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mWakeFd.get(), &wake) != 0 ||
+        mTimer.init(mEpollFd.get(), makeTag(kTagTimer, 0)) != OK) {
         ZEL_BINDER_LOGE("cannot set up the binder event loop: %s", strerror(errno));
         return NO_INIT;
     }
@@ -283,7 +292,7 @@ void ZelBinderRuntime::watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd) {
         std::lock_guard<std::mutex> guard(mLock);
         mWatchedPeers[peer->id()] = peer;
     }
-    // Hang-up only: replies on this connection are read by their callers.
+    // Not for input: replies on this connection are read by their callers.
     epoll_event ev{};
     ev.events = EPOLLRDHUP | EPOLLONESHOT;
     ev.data.u64 = makeTag(kTagPeer, peer->id());
@@ -435,13 +444,11 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
             return;
         case kTagWake:
             return;
+        case kTagTimer:
+            onTimer();
+            return;
         case kTagIncoming: {
-            std::shared_ptr<Incoming> conn;
-            {
-                std::lock_guard<std::mutex> guard(mLock);
-                auto it = mIncoming.find(id);
-                if (it != mIncoming.end()) conn = it->second;
-            }
+            const std::shared_ptr<Incoming> conn = incoming(id);
             if (conn != nullptr) serveConnection(conn);
             return;
         }
@@ -472,7 +479,19 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
     }
 }
 
+void ZelBinderRuntime::onTimer() {
+    for (const ZelDeadlines::Key& key : mTimer.takeExpired()) {
+        if (const std::shared_ptr<Incoming> conn = incoming(key.id)) serveConnection(conn);
+    }
+}
+
 // ---- incoming connections ------------------------------------------------------
+
+std::shared_ptr<ZelBinderRuntime::Incoming> ZelBinderRuntime::incoming(uint64_t id) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto it = mIncoming.find(id);
+    return it != mIncoming.end() ? it->second : nullptr;
+}
 
 void ZelBinderRuntime::acceptAll() {
     for (;;) {
@@ -488,11 +507,13 @@ void ZelBinderRuntime::acceptAll() {
         conn->fd.reset(fd);
         zelPeerCredentials(fd, &conn->pid, &conn->uid);
         setReplyTimeout(fd);
+        conn->inputDeadline = Clock::now() + mDeadlines.hello;
         {
             std::lock_guard<std::mutex> guard(mLock);
             conn->id = mNextId++;
             mIncoming[conn->id] = conn;
         }
+        mTimer.set({conn->id, Kind::INPUT}, conn->inputDeadline);
         epoll_event ev{};
         ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
         ev.data.u64 = makeTag(kTagIncoming, conn->id);
@@ -504,9 +525,12 @@ void ZelBinderRuntime::acceptAll() {
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, mListenFd.get(), &ev);
 }
 
-void ZelBinderRuntime::rearm(const std::shared_ptr<Incoming>& conn) {
+void ZelBinderRuntime::arm(const std::shared_ptr<Incoming>& conn) {
+    std::lock_guard<std::mutex> guard(conn->lock);
+    if (conn->closed) return;
     epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+    ev.events = EPOLLONESHOT;
+    if (!conn->reading && !conn->paused) ev.events |= EPOLLIN | EPOLLRDHUP;
     ev.data.u64 = makeTag(kTagIncoming, conn->id);
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, conn->fd.get(), &ev);
 }
@@ -516,48 +540,50 @@ void ZelBinderRuntime::closeIncoming(const std::shared_ptr<Incoming>& conn, cons
         std::lock_guard<std::mutex> guard(mLock);
         if (mIncoming.erase(conn->id) == 0) return;
     }
+    std::string endpoint;
+    {
+        std::lock_guard<std::mutex> guard(conn->lock);
+        conn->closed = true;
+        endpoint = conn->endpoint;
+    }
+    mTimer.clear(conn->id);
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, conn->fd.get(), nullptr);
     shutdown(conn->fd.get(), SHUT_RDWR);
     if (why != nullptr) {
         ZEL_BINDER_LOGW("closing the connection from pid %d: %s", static_cast<int>(conn->pid), why);
     }
-    std::string endpoint;
-    {
-        std::lock_guard<std::mutex> guard(conn->lock);
-        endpoint = conn->endpoint;
-    }
     if (!endpoint.empty()) watchExit(endpoint, conn->pid);
 }
 
 void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
-    std::vector<ZelFrame> frames;
-    status_t status;
-    {
-        std::lock_guard<std::mutex> guard(conn->readLock);
-        status = conn->reader.readAvailable(conn->fd.get(), &frames);
-    }
     std::string endpoint;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
+        if (conn->reading || conn->paused || conn->closed) return;
+        conn->reading = true;
         endpoint = conn->endpoint;
     }
+    std::vector<ZelFrame> frames;
+    const status_t status = conn->reader.readAvailable(conn->fd.get(), &frames);
+
     // Frames are taken in arrival order: references first resolved, one-way
     // calls queued, synchronous calls kept to run here.
     std::vector<Call> syncCalls;
     const char* fault = status == OK || status == DEAD_OBJECT ? nullptr : "malformed frame";
     for (ZelFrame& frame : frames) {
         if (endpoint.empty()) {
-            endpoint.assign(frame.payload.begin(), frame.payload.end());
-            if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(endpoint)) {
+            const std::string named(frame.payload.begin(), frame.payload.end());
+            if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(named)) {
                 fault = "no HELLO";
                 break;
             }
             // An endpoint is named after the process that owns it; taking
             // another's would let this peer end it here.
-            if (zelEndpointPid(endpoint) != conn->pid) {
+            if (zelEndpointPid(named) != conn->pid) {
                 fault = "HELLO names another process's endpoint";
                 break;
             }
+            endpoint = named;
             std::lock_guard<std::mutex> guard(conn->lock);
             conn->endpoint = endpoint;
             continue;
@@ -579,28 +605,43 @@ void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
         unflatten(std::move(frame), endpoint, call.data.get());
         if ((call.flags & kZelFlagOneway) != 0) {
             std::lock_guard<std::mutex> guard(conn->lock);
+            conn->onewayBytes += call.data->dataSize();
             conn->oneway.push_back(std::move(call));
         } else {
             syncCalls.push_back(std::move(call));
         }
     }
 
+    // The HELLO, and each frame from its first byte, must arrive in time.
+    if (fault == nullptr && status == OK) {
+        const bool named = !endpoint.empty();
+        if (named && !conn->reader.midFrame()) {
+            conn->inputDeadline = kNever;
+        } else if (named && (!frames.empty() || conn->inputDeadline == kNever)) {
+            conn->inputDeadline = Clock::now() + mDeadlines.frame;  // a frame begins
+            mTimer.set({conn->id, Kind::INPUT}, conn->inputDeadline);
+        } else if (Clock::now() >= conn->inputDeadline) {
+            fault = named ? "frame not completed in time" : "no HELLO in time";
+        }
+    }
+
     bool drain = false;
-    bool keepReading = true;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
         if (!conn->oneway.empty() && !conn->onewayRunning) {
             conn->onewayRunning = true;
             drain = true;
         }
-        // A full queue stops reading the connection until it drains.
-        keepReading = conn->oneway.size() < kMaxQueuedOneway;
-        conn->rearmPending = !keepReading;
+        // A full queue stops reading the connection (and judging its
+        // deadline) until it drains.
+        conn->paused = conn->oneway.size() >= kZelMaxQueuedOneway || conn->onewayBytes >= kZelMaxQueuedOnewayBytes;
+        if (conn->paused) conn->inputDeadline = kNever;
+        conn->reading = false;
     }
     if (status != OK || fault != nullptr) {
         closeIncoming(conn, fault);
-    } else if (keepReading) {
-        rearm(conn);
+    } else {
+        arm(conn);
     }
     if (drain || !syncCalls.empty()) spareThreadIfNeeded();
     // Earlier one-way calls of this caller go before its synchronous call.
@@ -619,14 +660,20 @@ void ZelBinderRuntime::drainOneway(const std::shared_ptr<Incoming>& conn, const 
             } else {
                 call = std::move(conn->oneway.front());
                 conn->oneway.pop_front();
+                conn->onewayBytes -= call.data->dataSize();
             }
-            if (conn->rearmPending && conn->oneway.size() < kMaxQueuedOneway / 2) {
-                conn->rearmPending = false;
+            if (conn->paused && conn->oneway.size() < kZelMaxQueuedOneway / 2 &&
+                conn->onewayBytes < kZelMaxQueuedOnewayBytes / 2) {
+                conn->paused = false;
                 resume = true;
             }
             if (!conn->onewayRunning && !resume) return;
         }
-        if (resume) rearm(conn);
+        if (resume) {
+            arm(conn);
+            // A frame begun before the pause is judged afresh.
+            mTimer.set({conn->id, Kind::INPUT}, Clock::now());
+        }
         if (call.data == nullptr) return;
         execute(conn, endpoint, std::move(call));
     }

@@ -16,8 +16,8 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 
+#include "ZelDeadlines.h"
 #include "ZelExportTable.h"
-#include "ZelFrameReader.h"
 #include "ZelPeer.h"
 #include "ZelRuntimeLimits.h"
 #include "ZelSocket.h"
@@ -30,16 +30,23 @@ namespace zel::binder {
 // It listens on $ZELD_ROOT/dev/binder/<endpoint>, where the endpoint is
 // "<pid>-<random>". Pool threads wait together on one epoll set holding the
 // listening socket, every accepted connection (one-shot: one thread at a
-// time reads a connection and takes every complete frame of that read) and
-// the primary connection of every peer (hang-up only). The reading thread
-// re-arms the connection, then runs what it read; one-way transactions of a
-// connection run one after the other in arrival order. When every pool thread is busy another
-// is spawned, up to the maximum; spawned threads leave after a while idle.
+// time reads a connection and takes every complete frame of that read), the
+// primary connection of every peer (hang-up only), the exit of processes
+// that held objects of this one, and one timer for every deadline. The reading thread re-arms the connection, then runs
+// what it read; one-way transactions of a connection run one after the
+// other in arrival order. When every pool thread is busy another is spawned,
+// up to the maximum; spawned threads leave after a while idle.
 //
-// Locks, in the order they may nest: a peer's lock, then mLock; a
-// connection's write lock, the export table's, a proxy's and mPoolLock are
-// leaves. No lock is held while a binder object may be destroyed or while a
-// transaction runs.
+// What a peer may cost is bounded (ZelRuntimeLimits.h): a connection must
+// say HELLO, for its own pid, within the hello deadline and complete every
+// frame within the frame deadline; its read buffer grows only with what
+// arrives; a process that closed its connections costs one pidfd until it
+// exits.
+//
+// Locks, in the order they may nest: a peer's lock, then mLock. A
+// connection's locks, the export table's, a proxy's, mPoolLock and the
+// timer's are leaves. No lock is held while a binder object may be
+// destroyed or while a transaction runs.
 class ZelBinderRuntime {
 public:
     // The process's runtime; a child of fork() gets a fresh one.
@@ -98,13 +105,18 @@ private:
     void poolLoop(bool isMain, bool counted);
     void spareThreadIfNeeded();
     void dispatch(uint64_t tag, uint32_t events);
+    void onTimer();
     void acceptAll();
+    // Reads and takes the connection's frames, unless another thread is at
+    // it or it is paused; judges its input deadline.
     void serveConnection(const std::shared_ptr<Incoming>& conn);
     // Runs the connection's queued one-way calls, in order, until none is left.
     void drainOneway(const std::shared_ptr<Incoming>& conn, const std::string& endpoint);
     void execute(const std::shared_ptr<Incoming>& conn, const std::string& endpoint, Call&& call);
-    void rearm(const std::shared_ptr<Incoming>& conn);
+    // Sets the connection's epoll interest from its state.
+    void arm(const std::shared_ptr<Incoming>& conn);
     void closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why);
+    std::shared_ptr<Incoming> incoming(uint64_t id) const;
     // Forgets what the endpoint's process held once it has exited: watched
     // through one pidfd per process while it is still running.
     void watchExit(const std::string& endpoint, pid_t pid);
@@ -116,6 +128,8 @@ private:
     unique_fd mListenFd;
     unique_fd mEpollFd;
     unique_fd mWakeFd;  // readable once stopProcess() ran
+    const ZelRuntimeDeadlines mDeadlines;
+    ZelDeadlines mTimer;
 
     mutable std::mutex mLock;  // guards the maps below and going online
     bool mOnline = false;

@@ -4,12 +4,31 @@
 // process, and how long it may take to do its part. docs/host-binder.md
 // lists them for client developers.
 
+#include <chrono>
 #include <cstddef>
+
+#include "zel/binder/ZelWireFrame.h"
 
 namespace zel::binder {
 
+// One-way calls read from a connection and not yet run; past either figure
+// the connection is not read until they drain to half.
+inline constexpr size_t kZelMaxQueuedOneway = 64;
+inline constexpr size_t kZelMaxQueuedOnewayBytes = 2 * kZelMaxPayload;
 // Endpoint names one process may have used on connections that closed while
 // it lives; past that, what it held under a further name is dropped at once.
 inline constexpr size_t kZelMaxEndpointsPerProcess = 16;
+
+// The deadlines, read once from the environment when the runtime starts
+// (tests shorten them; a value that is not a positive number of
+// milliseconds keeps the default).
+struct ZelRuntimeDeadlines {
+    // ZELD_BINDER_HELLO_TIMEOUT_MS: from accepting a connection to its HELLO.
+    std::chrono::milliseconds hello{5000};
+    // ZELD_BINDER_FRAME_TIMEOUT_MS: from a frame's first byte to its last.
+    std::chrono::milliseconds frame{10000};
+
+    static ZelRuntimeDeadlines fromEnvironment();
+};
 
 }  // namespace zel::binder
