@@ -131,4 +131,28 @@ TEST_F(ZelHostilePeerTest, HellosUnderManyNamesCostOneDescriptor) {
     EXPECT_LE(serverStats()[kFds], before + 1);  // one to learn when this process exits
 }
 
+TEST_F(ZelHostilePeerTest, AtTheDescriptorLimitTheServiceBacksOffAndLogsOnce) {
+    const std::string limitedName = mName + ".limited";
+    ZelPeerProcess limited(ZELD_BINDER_TEST_PEER, {"serve", limitedName, "64"});
+    const sp<com::ostrel::zeld::test::IZelTestService> service = waitForTestService(limitedName);
+    ASSERT_NE(service, nullptr);
+    std::vector<int64_t> stats;
+    ASSERT_TRUE(service->stats(&stats).isOk());
+    const int64_t logged = stats[kLogLines];
+
+    std::vector<ZelRawConnection> hogs;  // more than it has descriptors for
+    for (int i = 0; i < 80; ++i) {
+        hogs.emplace_back(serviceAddress(limitedName).first);
+        ASSERT_TRUE(hogs.back().send(helloFrame(ownEndpoint("hog" + std::to_string(i)))));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    std::vector<uint8_t> out;
+    EXPECT_TRUE(service->echo({1}, &out).isOk());  // connections it has are served
+    hogs.clear();
+    // New clients get in again once descriptors are free.
+    EXPECT_EQ(ZelPeerProcess(ZELD_BINDER_TEST_PEER, {"call", limitedName, "1"}).wait(), 0);
+    ASSERT_TRUE(service->stats(&stats).isOk());
+    EXPECT_LE(stats[kLogLines] - logged, 2);  // the condition and its end, no flood
+}
+
 }  // namespace

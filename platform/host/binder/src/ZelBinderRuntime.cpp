@@ -481,7 +481,11 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
 
 void ZelBinderRuntime::onTimer() {
     for (const ZelDeadlines::Key& key : mTimer.takeExpired()) {
-        if (const std::shared_ptr<Incoming> conn = incoming(key.id)) serveConnection(conn);
+        if (key.kind == Kind::ACCEPT) {
+            armListener();
+        } else if (const std::shared_ptr<Incoming> conn = incoming(key.id)) {
+            serveConnection(conn);
+        }
     }
 }
 
@@ -497,12 +501,13 @@ void ZelBinderRuntime::acceptAll() {
     for (;;) {
         const int fd = accept4(mListenFd.get(), nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
-            if (errno == EINTR) continue;
-            if (errno != EAGAIN && errno != EWOULDBLOCK) {
-                ZEL_BINDER_LOGE("accept failed: %s", strerror(errno));
-            }
-            break;
+            if (errno == EINTR || errno == ECONNABORTED) continue;
+            if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+            // Out of descriptors or memory: the listener stays readable, so
+            // it is not armed again until a pause has passed.
+            return pauseAccepting(errno);
         }
+        if (mAcceptPauseMs.exchange(0) != 0) ZEL_BINDER_LOGI("accepting connections again");
         auto conn = std::make_shared<Incoming>();
         conn->fd.reset(fd);
         zelPeerCredentials(fd, &conn->pid, &conn->uid);
@@ -519,6 +524,21 @@ void ZelBinderRuntime::acceptAll() {
         ev.data.u64 = makeTag(kTagIncoming, conn->id);
         if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, fd, &ev) != 0) closeIncoming(conn, "epoll");
     }
+    armListener();
+}
+
+void ZelBinderRuntime::pauseAccepting(int error) {
+    const int64_t last = mAcceptPauseMs.load();
+    const int64_t pause = last == 0 ? kZelFirstAcceptPause.count() : std::min(2 * last, kZelLastAcceptPause.count());
+    mAcceptPauseMs = pause;
+    if (last == 0) {
+        ZEL_BINDER_LOGE("cannot accept connections: %s; trying again at pauses of up to %lld ms", strerror(error),
+                        static_cast<long long>(kZelLastAcceptPause.count()));
+    }
+    mTimer.set({0, Kind::ACCEPT}, Clock::now() + std::chrono::milliseconds(pause));
+}
+
+void ZelBinderRuntime::armListener() {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLONESHOT;
     ev.data.u64 = makeTag(kTagListener, 0);

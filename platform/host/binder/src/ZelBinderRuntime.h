@@ -41,7 +41,7 @@ namespace zel::binder {
 // say HELLO, for its own pid, within the hello deadline and complete every
 // frame within the frame deadline; its read buffer grows only with what
 // arrives; a process that closed its connections costs one pidfd until it
-// exits.
+// exits. Out of descriptors, accepting pauses.
 //
 // Locks, in the order they may nest: a peer's lock, then mLock. A
 // connection's locks, the export table's, a proxy's, mPoolLock and the
@@ -107,6 +107,9 @@ private:
     void dispatch(uint64_t tag, uint32_t events);
     void onTimer();
     void acceptAll();
+    // Out of descriptors: the listener rests for a growing pause.
+    void pauseAccepting(int error);
+    void armListener();
     // Reads and takes the connection's frames, unless another thread is at
     // it or it is paused; judges its input deadline.
     void serveConnection(const std::shared_ptr<Incoming>& conn);
@@ -130,6 +133,8 @@ private:
     unique_fd mWakeFd;  // readable once stopProcess() ran
     const ZelRuntimeDeadlines mDeadlines;
     ZelDeadlines mTimer;
+    // The listener's pause while out of descriptors, in ms; 0 when accepting.
+    std::atomic<int64_t> mAcceptPauseMs{0};
 
     mutable std::mutex mLock;  // guards the maps below and going online
     bool mOnline = false;

@@ -18,6 +18,9 @@ inline constexpr size_t kZelMaxQueuedOnewayBytes = 2 * kZelMaxPayload;
 // Endpoint names one process may have used on connections that closed while
 // it lives; past that, what it held under a further name is dropped at once.
 inline constexpr size_t kZelMaxEndpointsPerProcess = 16;
+// Pauses between attempts to accept while the process is out of descriptors.
+inline constexpr std::chrono::milliseconds kZelFirstAcceptPause{50};
+inline constexpr std::chrono::milliseconds kZelLastAcceptPause{1000};
 
 // The deadlines, read once from the environment when the runtime starts
 // (tests shorten them; a value that is not a positive number of
