@@ -155,4 +155,25 @@ TEST_F(ZelHostilePeerTest, AtTheDescriptorLimitTheServiceBacksOffAndLogsOnce) {
     EXPECT_LE(stats[kLogLines] - logged, 2);  // the condition and its end, no flood
 }
 
+TEST_F(ZelHostilePeerTest, CallersThatDoNotReadTheirRepliesHoldNoThread) {
+    const auto [path, handle] = serviceAddress(mName);
+    android::Parcel request;
+    request.writeInterfaceToken(com::ostrel::zeld::test::IZelTestService::descriptor);
+    request.writeByteVector(std::vector<uint8_t>(kZelMaxPayload - 1024));
+    const std::vector<uint8_t> echo = encodedFrame(ZelFrameType::TRANSACTION, IBinder::FIRST_CALL_TRANSACTION, handle,
+                                                   {request.data(), request.data() + request.dataSize()});
+    constexpr int kIdle = 17;  // more than the pool has threads
+    std::vector<ZelRawConnection> idle;
+    for (int i = 0; i < kIdle; ++i) {
+        idle.emplace_back(path);
+        ASSERT_TRUE(idle.back().send(helloFrame(ownEndpoint("idle" + std::to_string(i)))));
+        ASSERT_TRUE(idle.back().send(echo));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the service answers them all
+    std::vector<uint8_t> out;
+    EXPECT_TRUE(mService->echo({7}, &out).isOk());
+    EXPECT_EQ(serverStats()[kIncoming], kIdle + 1);  // served before any of them was given up
+    EXPECT_TRUE(eventually([&] { return serverStats()[kIncoming] == 1; }));  // then each at its deadline
+}
+
 }  // namespace

@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -51,8 +50,6 @@ constexpr int kIdleExitMs = 2000;
 using Clock = ZelDeadlines::Clock;
 using Kind = ZelDeadlines::Kind;
 constexpr Clock::time_point kNever = Clock::time_point::max();
-// How long a peer may take to take a reply before its connection is closed.
-constexpr int kReplyTimeoutSeconds = 5;
 
 bool makeDirectory(const std::string& path, mode_t mode) {
     return mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
@@ -103,11 +100,6 @@ void unlinkAtExit(const std::string& path) {
     gExitSockets->emplace_back(getpid(), path);
 }
 
-void setReplyTimeout(int fd) {
-    timeval tv{kReplyTimeoutSeconds, 0};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-}
-
 // True once the process behind `pidfd` has exited.
 bool processExited(int pidfd) {
     pollfd exited{pidfd, POLLIN, 0};
@@ -123,14 +115,15 @@ struct ZelBinderRuntime::Incoming {
     unique_fd fd;
     pid_t pid = 0;
     uid_t uid = 0;
-    std::mutex writeLock;  // one reply at a time; leaf lock
+    ZelSendQueue out;
     ZelFrameReader reader;
     Clock::time_point inputDeadline = kNever;  // for the HELLO, or for the frame begun
 
-    std::mutex lock;  // guards the fields below; leaf lock
+    std::mutex lock;  // guards the fields below; taken before out's lock
     std::string endpoint;  // from HELLO; empty until then
     bool reading = false;
     bool paused = false;     // not read until its one-way calls drain
+    bool replyOwed = false;  // a synchronous call of the caller runs
     bool closed = false;
     std::deque<Call> oneway;  // waiting behind the one-way call being run
     size_t onewayBytes = 0;
@@ -299,6 +292,17 @@ void ZelBinderRuntime::watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd) {
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, fd, &ev);
 }
 
+void ZelBinderRuntime::armPeer(uint64_t peerId, int fd, bool writable) {
+    epoll_event ev{};
+    ev.events = EPOLLRDHUP | EPOLLONESHOT | (writable ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+    ev.data.u64 = makeTag(kTagPeer, peerId);
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, fd, &ev);
+}
+
+void ZelBinderRuntime::setSendDeadline(uint64_t peerId, Clock::time_point when) {
+    mTimer.set({peerId, Kind::OUTPUT}, when);
+}
+
 void ZelBinderRuntime::watchExit(const std::string& endpoint, pid_t pid) {
     if (pid <= 0) return;
     bool overBound = false;
@@ -369,6 +373,7 @@ void ZelBinderRuntime::startThreadPool() {
         std::lock_guard<std::mutex> guard(mPoolLock);
         if (mPoolStarted) return;
         mPoolStarted = true;
+        mPoolServing = true;
     }
     spawnPooledThread(true);
 }
@@ -383,6 +388,7 @@ void ZelBinderRuntime::joinThreadPool(bool isMain) {
     {
         std::lock_guard<std::mutex> guard(mPoolLock);
         mPoolStarted = true;
+        mPoolServing = true;
     }
     poolLoop(isMain, false);
 }
@@ -436,7 +442,7 @@ void ZelBinderRuntime::poolLoop(bool isMain, bool counted) {
     if (counted) mSpawnedThreads -= 1;
 }
 
-void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
+void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t events) {
     const uint64_t id = tag & kIdMask;
     switch (static_cast<Tag>(tag >> kTagShift)) {
         case kTagListener:
@@ -449,7 +455,13 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
             return;
         case kTagIncoming: {
             const std::shared_ptr<Incoming> conn = incoming(id);
-            if (conn != nullptr) serveConnection(conn);
+            if (conn == nullptr) return;
+            if ((events & EPOLLOUT) != 0) flushIncoming(conn, false);
+            if ((events & ~EPOLLOUT) != 0) {
+                serveConnection(conn);
+            } else {
+                arm(conn);
+            }
             return;
         }
         case kTagPeer: {
@@ -459,7 +471,12 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
                 auto it = mWatchedPeers.find(id);
                 if (it != mWatchedPeers.end()) peer = it->second.lock();
             }
-            if (peer != nullptr) onPeerDead(peer);
+            if (peer == nullptr) return;
+            if ((events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
+                onPeerDead(peer);
+            } else {
+                peer->onWritable();
+            }
             return;
         }
         case kTagExit: {
@@ -483,9 +500,23 @@ void ZelBinderRuntime::onTimer() {
     for (const ZelDeadlines::Key& key : mTimer.takeExpired()) {
         if (key.kind == Kind::ACCEPT) {
             armListener();
-        } else if (const std::shared_ptr<Incoming> conn = incoming(key.id)) {
-            serveConnection(conn);
+            continue;
         }
+        if (const std::shared_ptr<Incoming> conn = incoming(key.id)) {
+            if (key.kind == Kind::INPUT) {
+                serveConnection(conn);
+            } else {
+                flushIncoming(conn, true);
+            }
+            continue;
+        }
+        std::shared_ptr<ZelPeer> peer;
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            auto it = mWatchedPeers.find(key.id);
+            if (it != mWatchedPeers.end()) peer = it->second.lock();
+        }
+        if (peer != nullptr) peer->onSendDeadline();
     }
 }
 
@@ -511,7 +542,6 @@ void ZelBinderRuntime::acceptAll() {
         auto conn = std::make_shared<Incoming>();
         conn->fd.reset(fd);
         zelPeerCredentials(fd, &conn->pid, &conn->uid);
-        setReplyTimeout(fd);
         conn->inputDeadline = Clock::now() + mDeadlines.hello;
         {
             std::lock_guard<std::mutex> guard(mLock);
@@ -551,6 +581,7 @@ void ZelBinderRuntime::arm(const std::shared_ptr<Incoming>& conn) {
     epoll_event ev{};
     ev.events = EPOLLONESHOT;
     if (!conn->reading && !conn->paused) ev.events |= EPOLLIN | EPOLLRDHUP;
+    if (conn->out.pending() > 0) ev.events |= EPOLLOUT;
     ev.data.u64 = makeTag(kTagIncoming, conn->id);
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, conn->fd.get(), &ev);
 }
@@ -623,13 +654,20 @@ void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
         call.target = mExports.lookup(frame.handle);
         call.data = std::make_unique<Parcel>();
         unflatten(std::move(frame), endpoint, call.data.get());
+        std::lock_guard<std::mutex> guard(conn->lock);
         if ((call.flags & kZelFlagOneway) != 0) {
-            std::lock_guard<std::mutex> guard(conn->lock);
             conn->onewayBytes += call.data->dataSize();
             conn->oneway.push_back(std::move(call));
-        } else {
-            syncCalls.push_back(std::move(call));
+            continue;
         }
+        // One synchronous call at a time per connection, the reply taken
+        // before the next: a caller's output is at most one reply.
+        if (conn->replyOwed || conn->out.pending() > 0) {
+            fault = "called again before taking its reply";
+            break;
+        }
+        conn->replyOwed = true;
+        syncCalls.push_back(std::move(call));
     }
 
     // The HELLO, and each frame from its first byte, must arrive in time.
@@ -721,12 +759,31 @@ void ZelBinderRuntime::execute(const std::shared_ptr<Incoming>& conn, const std:
         answer.payload.clear();
         answer.objects.clear();
     }
-    status_t written;
+    sendReply(conn, answer);
+}
+
+void ZelBinderRuntime::sendReply(const std::shared_ptr<Incoming>& conn, const ZelFrame& answer) {
+    std::vector<uint8_t> bytes;
+    if (encodeZelFrame(answer, &bytes) != OK) return closeIncoming(conn, "reply cannot be encoded");
     {
-        std::lock_guard<std::mutex> guard(conn->writeLock);
-        written = zelWriteFrame(conn->fd.get(), answer);
+        std::lock_guard<std::mutex> guard(conn->lock);
+        conn->replyOwed = false;  // the caller may call again once it has the reply
     }
-    if (written != OK) closeIncoming(conn, nullptr);
+    bool waiting = false;
+    if (conn->out.push(conn->fd.get(), std::move(bytes), &waiting) != OK) return closeIncoming(conn, nullptr);
+    if (!waiting) return;
+    // The rest goes out when the caller reads; this thread is free.
+    mTimer.set({conn->id, Kind::OUTPUT}, conn->out.lastProgress() + mDeadlines.send);
+    arm(conn);
+}
+
+void ZelBinderRuntime::flushIncoming(const std::shared_ptr<Incoming>& conn, bool deadline) {
+    bool waiting = false;
+    if (conn->out.flush(conn->fd.get(), &waiting) != OK) return closeIncoming(conn, nullptr);
+    if (!waiting || !deadline) return;
+    const Clock::time_point due = conn->out.lastProgress() + mDeadlines.send;
+    if (Clock::now() >= due) return closeIncoming(conn, "reply not taken in time");
+    mTimer.set({conn->id, Kind::OUTPUT}, due);
 }
 
 ZelBinderStats ZelBinderRuntime::stats() const {

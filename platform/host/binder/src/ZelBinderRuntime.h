@@ -31,8 +31,9 @@ namespace zel::binder {
 // "<pid>-<random>". Pool threads wait together on one epoll set holding the
 // listening socket, every accepted connection (one-shot: one thread at a
 // time reads a connection and takes every complete frame of that read), the
-// primary connection of every peer (hang-up only), the exit of processes
-// that held objects of this one, and one timer for every deadline. The reading thread re-arms the connection, then runs
+// primary connection of every peer (hang-up, and room while bytes wait on
+// it), the exit of processes that held objects of this one, and one timer
+// for every deadline. The reading thread re-arms the connection, then runs
 // what it read; one-way transactions of a connection run one after the
 // other in arrival order. When every pool thread is busy another is spawned,
 // up to the maximum; spawned threads leave after a while idle.
@@ -40,13 +41,18 @@ namespace zel::binder {
 // What a peer may cost is bounded (ZelRuntimeLimits.h): a connection must
 // say HELLO, for its own pid, within the hello deadline and complete every
 // frame within the frame deadline; its read buffer grows only with what
-// arrives; a process that closed its connections costs one pidfd until it
-// exits. Out of descriptors, accepting pauses.
+// arrives; replies are sent without blocking, and one that waits is the
+// only output a connection may have; a process that closed its connections
+// costs one pidfd until it exits. Out of descriptors, accepting pauses.
 //
-// Locks, in the order they may nest: a peer's lock, then mLock. A
-// connection's locks, the export table's, a proxy's, mPoolLock and the
-// timer's are leaves. No lock is held while a binder object may be
-// destroyed or while a transaction runs.
+// Locks, in the order they may nest: a peer's lock, then mLock; a
+// connection's lock, then its send queue's; a peer connection's arm lock,
+// then its send queue's, then the timer's. The export table's, a proxy's,
+// mPoolLock and the timer's are leaves. No lock is held while a binder
+// object may be destroyed, while a transaction runs, or across a socket
+// call that can wait: sockets are only read or written without blocking,
+// except by a synchronous caller waiting for its own request to go out and
+// for its reply.
 class ZelBinderRuntime {
 public:
     // The process's runtime; a child of fork() gets a fresh one.
@@ -71,7 +77,13 @@ public:
     void onProxyDestroyed(android::BpBinder* proxy);
     // The peer's process is gone (or its connection broke): proxies die.
     void onPeerDead(const std::shared_ptr<ZelPeer>& peer);
+    // Watches a peer's primary connection for hang-up; armPeer also for
+    // room, while bytes wait on it. The send deadline prompts the peer to
+    // look whether they still move.
     void watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd);
+    void armPeer(uint64_t peerId, int fd, bool writable);
+    void setSendDeadline(uint64_t peerId, ZelDeadlines::Clock::time_point when);
+    const ZelRuntimeDeadlines& deadlines() const { return mDeadlines; }
 
     uint32_t pinService(const android::sp<android::BBinder>& service);
     // A local object that had a handle is being destroyed.
@@ -85,6 +97,8 @@ public:
     void stopProcess();
     status_t setMaxThreads(size_t maxThreads);
     size_t maxThreads() const { return mMaxThreads.load(); }
+    // True while pool threads serve the epoll set (and so send what waits).
+    bool poolServing() const { return mPoolServing.load() && !mStopping.load(); }
 
     ZelBinderStats stats() const;
 
@@ -116,6 +130,10 @@ private:
     // Runs the connection's queued one-way calls, in order, until none is left.
     void drainOneway(const std::shared_ptr<Incoming>& conn, const std::string& endpoint);
     void execute(const std::shared_ptr<Incoming>& conn, const std::string& endpoint, Call&& call);
+    void sendReply(const std::shared_ptr<Incoming>& conn, const ZelFrame& answer);
+    // Sends what waits on the connection; on its send deadline, gives it up
+    // when it took nothing for that long.
+    void flushIncoming(const std::shared_ptr<Incoming>& conn, bool deadline);
     // Sets the connection's epoll interest from its state.
     void arm(const std::shared_ptr<Incoming>& conn);
     void closeIncoming(const std::shared_ptr<Incoming>& conn, const char* why);
@@ -160,6 +178,7 @@ private:
 
     std::mutex mPoolLock;  // guards spawning decisions
     bool mPoolStarted = false;
+    std::atomic<bool> mPoolServing{false};  // mPoolStarted, readable without the lock
     std::atomic<size_t> mMaxThreads;
     std::atomic<size_t> mSpawnedThreads{0};  // on-demand threads, bounded by mMaxThreads
     std::atomic<size_t> mPoolThreads{0};

@@ -18,6 +18,7 @@ ZelRuntimeDeadlines ZelRuntimeDeadlines::fromEnvironment() {
     ZelRuntimeDeadlines deadlines;
     readKnob("ZELD_BINDER_HELLO_TIMEOUT_MS", &deadlines.hello);
     readKnob("ZELD_BINDER_FRAME_TIMEOUT_MS", &deadlines.frame);
+    readKnob("ZELD_BINDER_SEND_TIMEOUT_MS", &deadlines.send);
     return deadlines;
 }
 

@@ -15,6 +15,10 @@ namespace zel::binder {
 // the connection is not read until they drain to half.
 inline constexpr size_t kZelMaxQueuedOneway = 64;
 inline constexpr size_t kZelMaxQueuedOnewayBytes = 2 * kZelMaxPayload;
+// Bytes waiting to be sent on an outgoing connection; a transaction that
+// would go past fails with FAILED_TRANSACTION, as on a device when the
+// receiver's buffer is full.
+inline constexpr size_t kZelMaxPendingOutput = 4 * kZelMaxPayload;
 // Endpoint names one process may have used on connections that closed while
 // it lives; past that, what it held under a further name is dropped at once.
 inline constexpr size_t kZelMaxEndpointsPerProcess = 16;
@@ -30,6 +34,9 @@ struct ZelRuntimeDeadlines {
     std::chrono::milliseconds hello{5000};
     // ZELD_BINDER_FRAME_TIMEOUT_MS: from a frame's first byte to its last.
     std::chrono::milliseconds frame{10000};
+    // ZELD_BINDER_SEND_TIMEOUT_MS: longest a connection may take none of
+    // the bytes waiting for it.
+    std::chrono::milliseconds send{5000};
 
     static ZelRuntimeDeadlines fromEnvironment();
 };

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstring>
 
 namespace zel::binder {
@@ -13,7 +14,6 @@ namespace zel::binder {
 using android::BAD_VALUE;
 using android::DEAD_OBJECT;
 using android::OK;
-using android::TIMED_OUT;
 
 namespace {
 
@@ -57,27 +57,6 @@ status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd*
     if (flags < 0 || fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) return -errno;
     *out = std::move(fd);
     return OK;
-}
-
-status_t zelWriteAll(int fd, const void* data, size_t len) {
-    const auto* p = static_cast<const uint8_t*>(data);
-    size_t done = 0;
-    while (done < len) {
-        const ssize_t n = TEMP_FAILURE_RETRY(send(fd, p + done, len - done, MSG_NOSIGNAL));
-        if (n < 0) {
-            if (errno == EAGAIN || errno == EWOULDBLOCK) return TIMED_OUT;
-            return DEAD_OBJECT;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return OK;
-}
-
-status_t zelWriteFrame(int fd, const ZelFrame& frame) {
-    std::vector<uint8_t> bytes;
-    status_t status = encodeZelFrame(frame, &bytes);
-    if (status != OK) return status;
-    return zelWriteAll(fd, bytes.data(), bytes.size());
 }
 
 bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid) {

@@ -6,12 +6,9 @@
 #include <sys/types.h>
 
 #include <string>
-#include <vector>
 
 #include <android-base/unique_fd.h>
 #include <utils/Errors.h>
-
-#include "zel/binder/ZelWireFrame.h"
 
 namespace zel::binder {
 
@@ -29,13 +26,10 @@ struct ZelSocketDir {
 status_t zelListen(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
 // Connects to the endpoint `name` without waiting: DEAD_OBJECT when nobody
 // listens there or its listen queue is full (a process that accepts nothing
-// is as good as gone). The socket blocks on reads.
+// is as good as gone). The socket blocks on reads; every send of the
+// runtime passes MSG_DONTWAIT.
 status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
 
-// Writes all of `len` bytes; DEAD_OBJECT when the peer is gone.
-status_t zelWriteAll(int fd, const void* data, size_t len);
-// Encodes and writes one frame.
-status_t zelWriteFrame(int fd, const ZelFrame& frame);
 // Peer credentials of a connected socket.
 bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid);
 
