@@ -238,7 +238,7 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
         ZelRawConnection raw(path);
         timeval tv{10, 0};
         setsockopt(raw.fd(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-        for (const auto& bytes : c.sends) ASSERT_TRUE(raw.send(bytes)) << c.what;
+        for (const auto& bytes : c.sends) raw.send(bytes);  // may find it closed already
         if (c.endOfStream) shutdown(raw.fd(), SHUT_WR);
         uint8_t header[kZelFrameHeaderSize];
         const ssize_t n = recv(raw.fd(), header, sizeof(header), MSG_WAITALL);

@@ -127,8 +127,8 @@ TEST_F(ZelHostilePeerTest, HellosUnderManyNamesCostOneDescriptor) {
         ZelRawConnection connection(path);
         ASSERT_TRUE(connection.send(helloFrame(ownEndpoint("name" + std::to_string(i)))));
     }
-    ASSERT_TRUE(eventually([&] { return serverStats()[kIncoming] == 1; }));
-    EXPECT_LE(serverStats()[kFds], before + 1);  // one to learn when this process exits
+    // One to learn when this process exits; a connection still being closed goes.
+    EXPECT_TRUE(eventually([&] { return serverStats()[kIncoming] == 1 && serverStats()[kFds] <= before + 1; }));
 }
 
 TEST_F(ZelHostilePeerTest, AtTheDescriptorLimitTheServiceBacksOffAndLogsOnce) {
