@@ -1,5 +1,8 @@
 // Binder semantics across real processes: a test service runs in a peer
 // process (zeld_binder_test_peer serve), this process is its client.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <filesystem>
 #include <memory>
@@ -9,6 +12,7 @@
 #include <binder/ProcessState.h>
 #include <com/ostrel/zeld/test/BnZelTestCallback.h>
 
+#include "ZelProcStats.h"
 #include "ZelTestServiceFixture.h"
 #include "zel/binder/ZelBinderStats.h"
 
@@ -212,6 +216,39 @@ TEST_F(ZelBinderIpcTest, ATransactionAboveOneMiBFails) {
     EXPECT_EQ(mService->echo(std::vector<uint8_t>(fits + 1, 0x22), &out).transactionError(),
               android::FAILED_TRANSACTION);
     EXPECT_TRUE(mService->echo({9}, &out).isOk());  // the connection is still good
+}
+
+TEST_F(ZelBinderIpcTest, DescriptorsTravelBothWaysAndEveryCopyIsClosedByItsOwner) {
+    const int64_t serverFds = serverStats()[kFds];
+    const int64_t ownFds = zelOpenDescriptors(getpid());
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    android::base::unique_fd readEnd(ends[0]);
+    android::base::unique_fd writeEnd(ends[1]);
+    {
+        // A descriptor in a reply is the caller's own.
+        android::base::unique_fd back;
+        ASSERT_TRUE(mService->dupFd(writeEnd, &back).isOk());
+        ASSERT_EQ(write(back.get(), " back", 5), 5);
+        // A call that fails closes what it carried.
+        android::Parcel data;
+        ASSERT_EQ(data.writeFileDescriptor(writeEnd.get()), android::OK);
+        EXPECT_EQ(asBinder(mService)->transact(IBinder::LAST_CALL_TRANSACTION, data, nullptr),
+                  android::UNKNOWN_TRANSACTION);
+    }
+    writeEnd.reset();
+    // The pipe ends once every copy of its write end is closed, the service's too.
+    std::string text;
+    EXPECT_TRUE(eventually([&] {
+        char buf[64];
+        const ssize_t n = read(readEnd.get(), buf, sizeof(buf));
+        if (n > 0) text.append(buf, static_cast<size_t>(n));
+        return n == 0;
+    }));
+    EXPECT_EQ(text, " back");
+    readEnd.reset();
+    EXPECT_EQ(zelOpenDescriptors(getpid()), ownFds);
+    EXPECT_TRUE(eventually([&] { return serverStats()[kFds] <= serverFds; }));
 }
 
 TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {

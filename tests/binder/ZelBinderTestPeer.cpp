@@ -3,6 +3,7 @@
 //                           with at most <fds> open descriptors when given
 //   call <name> <count>     <count> echo calls of 200 bytes; exit 0 when all match
 //   callback-once <name>    passes a callback, asks for one call back, exit 0 on it
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -93,6 +94,10 @@ public:
     }
     Status sleepMs(int32_t ms) override {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        return Status::ok();
+    }
+    Status dupFd(const android::base::unique_fd& fd, android::base::unique_fd* out) override {
+        out->reset(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
         return Status::ok();
     }
 

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
@@ -145,6 +148,40 @@ TEST(ZelParcelTest, BindersComeBackAsTheSameObject) {
     copy.setData(p.data(), p.dataSize());
     EXPECT_EQ(copy.objectsCount(), 0u);
     EXPECT_EQ(copy.readNullableStrongBinder(&required), BAD_TYPE);
+}
+
+TEST(ZelParcelTest, AParcelClosesTheDescriptorsItOwnsAndNoOthers) {
+    auto isOpen = [](int fd) { return fcntl(fd, F_GETFD) >= 0; };
+    int borrowed = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int taken = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int dup = -1;
+    android::base::unique_fd mine;
+    {
+        Parcel p;
+        ASSERT_EQ(p.writeFileDescriptor(borrowed), OK);
+        ASSERT_EQ(p.writeDupFileDescriptor(borrowed), OK);
+        ASSERT_EQ(p.writeFileDescriptor(taken, true), OK);
+        ASSERT_EQ(p.writeInt32(7), OK);
+        EXPECT_TRUE(p.hasFileDescriptors());
+        p.setDataPosition(0);
+        EXPECT_EQ(p.readFileDescriptor(), borrowed);
+        dup = p.readFileDescriptor();
+        EXPECT_NE(dup, borrowed);
+        ASSERT_EQ(p.readUniqueFileDescriptor(&mine), OK);  // a dup of its own
+        EXPECT_NE(mine.get(), taken);
+        EXPECT_EQ(p.readFileDescriptor(), BAD_TYPE);  // an int32 is no descriptor
+        EXPECT_EQ(p.dataPosition(), 24u);
+        EXPECT_TRUE(isOpen(dup) && isOpen(taken));
+
+        // Raw bytes carry no descriptors.
+        Parcel copy;
+        copy.setData(p.data(), p.dataSize());
+        EXPECT_FALSE(copy.hasFileDescriptors());
+        EXPECT_EQ(copy.readFileDescriptor(), BAD_TYPE);
+    }
+    EXPECT_FALSE(isOpen(dup) || isOpen(taken));
+    EXPECT_TRUE(isOpen(borrowed) && isOpen(mine.get()));
+    close(borrowed);
 }
 
 }  // namespace

@@ -185,8 +185,17 @@ status_t ZelBinderRuntime::ensureOnline() {
 // ---- parcels and references ------------------------------------------------
 
 status_t ZelBinderRuntime::flatten(const Parcel& parcel, const std::string& to, ZelFrame* frame) {
-    if (parcel.mData.size() > kZelMaxPayload || parcel.mObjects.size() > kZelMaxObjects) {
+    if (parcel.mData.size() > kZelMaxPayload || parcel.mObjects.size() > kZelMaxObjects ||
+        parcel.mFds.size() > kZelMaxFds) {
         return FAILED_TRANSACTION;
+    }
+    // The frame owns dups of the parcel's descriptors: it may wait to be
+    // sent after the parcel is gone. Made first, so that nothing is exported
+    // for a frame that cannot be made.
+    frame->fds.clear();
+    for (const Parcel::FileDescriptor& entry : parcel.mFds) {
+        frame->fds.emplace_back(fcntl(entry.fd, F_DUPFD_CLOEXEC, 0));
+        if (frame->fds.back().get() < 0) return FAILED_TRANSACTION;
     }
     frame->payload = parcel.mData;
     frame->objects.clear();
@@ -205,6 +214,8 @@ status_t ZelBinderRuntime::flatten(const Parcel& parcel, const std::string& to, 
 }
 
 void ZelBinderRuntime::unflatten(ZelFrame&& frame, const std::string& from, Parcel* parcel) {
+    parcel->releaseFds();
+    for (unique_fd& fd : frame.fds) parcel->mFds.push_back(Parcel::FileDescriptor{fd.release(), true});
     parcel->mData = std::move(frame.payload);
     parcel->mDataPos = 0;
     parcel->mObjects.clear();
@@ -758,11 +769,12 @@ void ZelBinderRuntime::execute(const std::shared_ptr<Incoming>& conn, const std:
         answer.code = static_cast<uint32_t>(FAILED_TRANSACTION);
         answer.payload.clear();
         answer.objects.clear();
+        answer.fds.clear();
     }
-    sendReply(conn, answer);
+    sendReply(conn, std::move(answer));
 }
 
-void ZelBinderRuntime::sendReply(const std::shared_ptr<Incoming>& conn, const ZelFrame& answer) {
+void ZelBinderRuntime::sendReply(const std::shared_ptr<Incoming>& conn, ZelFrame&& answer) {
     std::vector<uint8_t> bytes;
     if (encodeZelFrame(answer, &bytes) != OK) return closeIncoming(conn, "reply cannot be encoded");
     {
@@ -770,7 +782,9 @@ void ZelBinderRuntime::sendReply(const std::shared_ptr<Incoming>& conn, const Ze
         conn->replyOwed = false;  // the caller may call again once it has the reply
     }
     bool waiting = false;
-    if (conn->out.push(conn->fd.get(), std::move(bytes), &waiting) != OK) return closeIncoming(conn, nullptr);
+    if (conn->out.push(conn->fd.get(), std::move(bytes), std::move(answer.fds), &waiting) != OK) {
+        return closeIncoming(conn, nullptr);
+    }
     if (!waiting) return;
     // The rest goes out when the caller reads; this thread is free.
     mTimer.set({conn->id, Kind::OUTPUT}, conn->out.lastProgress() + mDeadlines.send);

@@ -66,7 +66,10 @@ public:
     std::string servicesDir() const { return mDir.path + "/services"; }
 
     // Parcel <-> frame: local objects are exported to `to`; references
-    // arriving from `from` become local objects or proxies.
+    // arriving from `from` become local objects or proxies; the frame
+    // carries dups of the parcel's descriptors, and a parcel made from a
+    // frame owns the frame's. FAILED_TRANSACTION when the parcel is too
+    // large or its descriptors cannot be duplicated.
     status_t flatten(const android::Parcel& parcel, const std::string& to, ZelFrame* frame);
     void unflatten(ZelFrame&& frame, const std::string& from, android::Parcel* parcel);
 
@@ -130,7 +133,7 @@ private:
     // Runs the connection's queued one-way calls, in order, until none is left.
     void drainOneway(const std::shared_ptr<Incoming>& conn, const std::string& endpoint);
     void execute(const std::shared_ptr<Incoming>& conn, const std::string& endpoint, Call&& call);
-    void sendReply(const std::shared_ptr<Incoming>& conn, const ZelFrame& answer);
+    void sendReply(const std::shared_ptr<Incoming>& conn, ZelFrame&& answer);
     // Sends what waits on the connection; on its send deadline, gives it up
     // when it took nothing for that long.
     void flushIncoming(const std::shared_ptr<Incoming>& conn, bool deadline);

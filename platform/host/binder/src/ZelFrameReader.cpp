@@ -46,9 +46,29 @@ status_t ZelFrameReader::fill(int fd, int flags) {
         }
     }
     for (;;) {
-        const ssize_t n = recv(fd, mBuffer.get() + mEnd, mCapacity - mEnd, flags);
+        iovec room{mBuffer.get() + mEnd, mCapacity - mEnd};
+        alignas(cmsghdr) uint8_t control[CMSG_SPACE(sizeof(int) * kZelMaxFds)];
+        msghdr msg{};
+        msg.msg_iov = &room;
+        msg.msg_iovlen = 1;
+        msg.msg_control = control;
+        msg.msg_controllen = sizeof(control);
+        const ssize_t n = recvmsg(fd, &msg, flags | MSG_CMSG_CLOEXEC);
+        if (n > 0 && msg.msg_controllen > 0) {
+            for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+                if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
+                const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+                for (size_t i = 0; i < count; ++i) {
+                    int received;
+                    std::memcpy(&received, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
+                    mFds.emplace_back(received);
+                }
+            }
+        }
         if (n > 0) {
             mEnd += static_cast<size_t>(n);
+            // Descriptors the kernel dropped, or more than one frame can claim.
+            if ((msg.msg_flags & MSG_CTRUNC) != 0 || mFds.size() > kZelMaxFds) return BAD_VALUE;
             return OK;
         }
         if (n < 0 && errno == EINTR) continue;
@@ -65,12 +85,19 @@ status_t ZelFrameReader::take(ZelFrame* out, bool* taken) {
     if (decodeZelFrameHeader(mBuffer.get() + mBegin, &header) != OK) return BAD_VALUE;
     const size_t size = kZelFrameHeaderSize + header.bodySize;
     if (held < size) return OK;
+    // The frame's descriptors came with its first byte.
+    if (header.fdCount > mFds.size()) return BAD_VALUE;
     status_t status = decodeZelFrameBody(header, mBuffer.get() + mBegin + kZelFrameHeaderSize,
                                          header.bodySize, out);
     if (status != OK) return status;
+    for (uint32_t i = 0; i < header.fdCount; ++i) {
+        out->fds.push_back(std::move(mFds.front()));
+        mFds.pop_front();
+    }
     *taken = true;
     mBegin += size;
     if (mBegin == mEnd) {
+        if (!mFds.empty()) return BAD_VALUE;  // no frame left to claim them
         mBegin = mEnd = 0;
         if (mCapacity > kShrinkAbove) {
             mBuffer.reset();

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <vector>
+
+#include <android-base/unique_fd.h>
 
 #include <utils/Errors.h>
 
@@ -14,14 +17,17 @@ namespace zel::binder {
 // usually brings a whole frame, or several; the start of a frame waits in
 // the buffer for the rest. The buffer grows with what arrives, never ahead
 // of it: a header announcing a large body costs nothing until the body
-// comes. Not thread-safe: one reader at a time.
+// comes. Descriptors arrive with the first byte of their frame and wait in
+// arrival order until the frame is complete; each frame takes its own. Not
+// thread-safe: one reader at a time.
 class ZelFrameReader {
 public:
     // One recv without blocking; complete frames are appended to `out`, in
     // order. OK while the stream is good (maybe with no new frame),
     // DEAD_OBJECT at an end of stream between frames, BAD_VALUE for a
-    // malformed frame or an end of stream inside one. Frames before the
-    // fault are still appended.
+    // malformed frame, an end of stream inside one, or descriptors that
+    // were lost or that no frame claims. Frames before the fault are still
+    // appended.
     android::status_t readAvailable(int fd, std::vector<ZelFrame>* out);
     // Blocks until a whole frame is there.
     android::status_t readOne(int fd, ZelFrame* out);
@@ -37,6 +43,7 @@ private:
     size_t mCapacity = 0;
     size_t mBegin = 0;  // first unread byte
     size_t mEnd = 0;    // end of the bytes received
+    std::deque<android::base::unique_fd> mFds;  // received, not yet taken by a frame
 };
 
 }  // namespace zel::binder

@@ -34,7 +34,7 @@ status_t ZelPeer::openLocked(std::shared_ptr<Connection>* out) {
     std::vector<uint8_t> bytes;
     bool waiting = false;
     // A new connection takes a HELLO at once, or is broken.
-    if (encodeZelFrame(hello, &bytes) != OK || conn->out.push(conn->fd.get(), std::move(bytes), &waiting) != OK ||
+    if (encodeZelFrame(hello, &bytes) != OK || conn->out.push(conn->fd.get(), std::move(bytes), {}, &waiting) != OK ||
         waiting) {
         return DEAD_OBJECT;
     }
@@ -83,12 +83,12 @@ void ZelPeer::checkin(const std::shared_ptr<Connection>& conn) {
     }
 }
 
-status_t ZelPeer::send(Connection& conn, const ZelFrame& frame, bool mayLeave) {
+status_t ZelPeer::send(Connection& conn, ZelFrame&& frame, bool mayLeave) {
     std::vector<uint8_t> bytes;
     status_t status = encodeZelFrame(frame, &bytes);
     if (status != OK) return status;
     bool waiting = false;
-    status = conn.out.push(conn.fd.get(), std::move(bytes), &waiting);
+    status = conn.out.push(conn.fd.get(), std::move(bytes), std::move(frame.fds), &waiting);
     if (status != OK || !waiting) return status;
     if (mayLeave && mRuntime.poolServing()) {
         armPrimary(conn);
@@ -172,13 +172,15 @@ status_t ZelPeer::transact(uint32_t handle, uint32_t code, const Parcel& data, P
         if (!oneway) checkin(conn);
         return FAILED_TRANSACTION;
     }
-    // Objects are exported only once the frame is sure to be sent; if the
-    // send fails the peer is dead and its pending transfers are dropped.
+    // A frame that cannot be made (descriptors that cannot be duplicated)
+    // exports nothing and leaves the peer alone. Objects are exported only
+    // once the frame is sure to be sent; if the send fails the peer is dead
+    // and its pending transfers are dropped.
     status_t status = mRuntime.flatten(data, mEndpoint, &frame);
-    if (status == OK) status = send(*conn, frame, oneway);
+    if (status == OK && send(*conn, std::move(frame), oneway) != OK) status = fail(DEAD_OBJECT);
     if (status != OK) {
         if (!oneway) checkin(conn);
-        return fail(DEAD_OBJECT);
+        return status;
     }
     if (oneway) return OK;
 
@@ -204,7 +206,7 @@ status_t ZelPeer::sendRefs(uint32_t handle, int32_t holdDelta, uint32_t acknowle
     frame.flags = acknowledged;
     frame.handle = handle;
     std::shared_ptr<Connection> conn;
-    if (primary(&conn) != OK || send(*conn, frame, true) != OK) return fail(DEAD_OBJECT);
+    if (primary(&conn) != OK || send(*conn, std::move(frame), true) != OK) return fail(DEAD_OBJECT);
     return OK;
 }
 

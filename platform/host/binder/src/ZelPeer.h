@@ -86,7 +86,7 @@ private:
     void checkin(const std::shared_ptr<Connection>& conn);
     // Sends `frame` on `conn`. With `mayLeave` (the primary, in a process
     // whose pool runs) what the socket does not take now is left to the pool.
-    status_t send(Connection& conn, const ZelFrame& frame, bool mayLeave);
+    status_t send(Connection& conn, ZelFrame&& frame, bool mayLeave);
     // Sends what waits on `conn`, waiting (unlocked) for it to be writable;
     // DEAD_OBJECT when it takes nothing for the send deadline.
     status_t drain(Connection& conn);

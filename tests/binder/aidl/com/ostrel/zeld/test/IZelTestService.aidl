@@ -22,4 +22,6 @@ interface IZelTestService {
     // lines logged since it started serving.
     long[] stats();
     void sleepMs(int ms);
+    // A dup of `fd`, made by the service.
+    FileDescriptor dupFd(in FileDescriptor fd);
 }
