@@ -218,7 +218,7 @@ TEST_F(ZelBinderIpcTest, ATransactionAboveOneMiBFails) {
     EXPECT_TRUE(mService->echo({9}, &out).isOk());  // the connection is still good
 }
 
-TEST_F(ZelBinderIpcTest, DescriptorsTravelBothWaysAndEveryCopyIsClosedByItsOwner) {
+TEST_F(ZelBinderIpcTest, DescriptorsTravelBothWaysDumpWorksAndEveryCopyIsClosedByItsOwner) {
     const int64_t serverFds = serverStats()[kFds];
     const int64_t ownFds = zelOpenDescriptors(getpid());
     int ends[2];
@@ -226,6 +226,11 @@ TEST_F(ZelBinderIpcTest, DescriptorsTravelBothWaysAndEveryCopyIsClosedByItsOwner
     android::base::unique_fd readEnd(ends[0]);
     android::base::unique_fd writeEnd(ends[1]);
     {
+        // A dumpsys-style caller: the service writes the caller's uid and the arguments to our pipe.
+        android::Vector<android::String16> args;
+        args.add(android::String16("--json"));
+        args.add(android::String16("x"));
+        ASSERT_EQ(asBinder(mService)->dump(writeEnd.get(), args), android::OK);
         // A descriptor in a reply is the caller's own.
         android::base::unique_fd back;
         ASSERT_TRUE(mService->dupFd(writeEnd, &back).isOk());
@@ -245,7 +250,7 @@ TEST_F(ZelBinderIpcTest, DescriptorsTravelBothWaysAndEveryCopyIsClosedByItsOwner
         if (n > 0) text.append(buf, static_cast<size_t>(n));
         return n == 0;
     }));
-    EXPECT_EQ(text, " back");
+    EXPECT_EQ(text, "uid " + std::to_string(getuid()) + " --json x back");
     readEnd.reset();
     EXPECT_EQ(zelOpenDescriptors(getpid()), ownFds);
     EXPECT_TRUE(eventually([&] { return serverStats()[kFds] <= serverFds; }));

@@ -100,6 +100,11 @@ public:
         out->reset(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
         return Status::ok();
     }
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
+        std::string text = "uid " + std::to_string(android::IPCThreadState::self()->getCallingUid());
+        for (const android::String16& arg : args) text += std::string(" ") + android::String8(arg).string();
+        return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? android::OK : -errno;
+    }
 
 private:
     std::mutex mLock;  // guards the fields below

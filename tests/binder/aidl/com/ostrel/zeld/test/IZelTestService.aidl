@@ -22,6 +22,7 @@ interface IZelTestService {
     // lines logged since it started serving.
     long[] stats();
     void sleepMs(int ms);
-    // A dup of `fd`, made by the service.
+    // A dup of `fd`, made by the service. Its dump(fd, args) writes
+    // "uid <calling uid>" and the arguments to fd.
     FileDescriptor dupFd(in FileDescriptor fd);
 }
