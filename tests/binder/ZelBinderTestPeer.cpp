@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -21,6 +20,7 @@
 #include <com/ostrel/zeld/test/BnZelTestService.h>
 
 #include "ZelProcStats.h"
+#include "ZelTestWait.h"
 #include "zel/ZelHostLog.h"
 #include "zel/binder/ZelBinderStats.h"
 
@@ -112,14 +112,13 @@ private:
     std::vector<int32_t> mRecorded;
 };
 
-// Keeps the last value it was called with.
-class LastValue : public com::ostrel::zeld::test::BnZelTestCallback {
+class Values : public com::ostrel::zeld::test::BnZelTestCallback {
 public:
     Status onValue(int32_t value) override {
-        last = value;
+        values.put(value);
         return Status::ok();
     }
-    std::atomic<int32_t> last{-1};
+    Inbox<int32_t> values;
 };
 
 int run(const std::string& mode, const char* name, int count) {
@@ -138,13 +137,9 @@ int run(const std::string& mode, const char* name, int count) {
     sp<IZelTestService> svc = android::interface_cast<IZelTestService>(sm->getService(android::String16(name)));
     if (svc == nullptr) return 1;
     if (mode == "callback-once") {
-        sp<LastValue> callback = new LastValue();
+        sp<Values> callback = new Values();
         if (!svc->callBack(callback, 42).isOk()) return 2;
-        for (int waited = 0; callback->last != 42; ++waited) {
-            if (waited == 500) return 3;  // five seconds
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return 0;
+        return callback->values.waitFor(1) && callback->values.items()[0] == 42 ? 0 : 3;
     }
     std::vector<uint8_t> data(200);
     for (int i = 0; i < count; ++i) {

@@ -6,10 +6,8 @@
 #include <atomic>
 #include <thread>
 
-#include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
-#include <com/ostrel/zeld/test/BnZelTestCallback.h>
 
 #include "ZelTestServiceFixture.h"
 #include "zel/binder/ZelBinderStats.h"
@@ -22,34 +20,36 @@ namespace {
 
 using ZelHostilePeerTest = ZelTestServiceFixture;
 
+// `count` raw peers of the service `name`, each saying HELLO under its own
+// name and sending `bytes`.
+std::vector<std::unique_ptr<ZelRawConnection>> rawPeers(const std::string& name, int count, const std::vector<uint8_t>& bytes) {
+    std::vector<std::unique_ptr<ZelRawConnection>> peers;
+    for (int i = 0; i < count; ++i) {
+        const std::string endpoint = ownEndpoint(std::to_string(i));
+        peers.push_back(std::make_unique<ZelRawConnection>(serviceAddress(name).first,
+                                                           std::vector<std::vector<uint8_t>>{helloFrame(endpoint), bytes}));
+    }
+    return peers;
+}
+
 TEST_F(ZelHostilePeerTest, StalledAndTrickledFramesCostWhatArrivedAndAreCutOffAtTheirDeadlines) {
-    const auto [path, handle] = serviceAddress(mName);
     // A header announcing a 1 MiB call, and the first 100 bytes of its body.
-    std::vector<uint8_t> start = encodedFrame(ZelFrameType::TRANSACTION, 1, handle, std::vector<uint8_t>(kZelMaxPayload));
+    std::vector<uint8_t> start = encodedFrame(ZelFrameType::TRANSACTION, 1, serviceAddress(mName).second,
+                                              std::vector<uint8_t>(kZelMaxPayload));
     start.resize(kZelFrameHeaderSize + 100);
     constexpr int kStalled = 64;
     const int64_t residentBefore = serverStats()[kRssKiB];
-
-    std::vector<std::unique_ptr<ZelRawConnection>> peers;
-    for (int i = 0; i <= kStalled; ++i) {  // the last one trickles its body
-        peers.push_back(std::make_unique<ZelRawConnection>(path));
-        ASSERT_TRUE(peers.back()->send(helloFrame(ownEndpoint("stall" + std::to_string(i)))));
-        ASSERT_TRUE(peers.back()->send(start));
-    }
-    peers.push_back(std::make_unique<ZelRawConnection>(path));  // never says HELLO
+    auto peers = rawPeers(mName, kStalled + 1, start);  // the last one trickles its body
+    peers.push_back(std::make_unique<ZelRawConnection>(serviceAddress(mName).first));  // never says HELLO
     ASSERT_TRUE(eventually([&] { return serverStats()[kIncoming] == kStalled + 3; }));
     for (int i = 0; i <= kStalled; ++i) ASSERT_TRUE(peers[i]->send({0}));  // a little more of each body
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     // The bodies were announced, not sent: they take no room.
     EXPECT_LT(serverStats()[kRssKiB] - residentBefore, kStalled * 1024 / 4);
 
-    ZelRawConnection& trickler = *peers[kStalled];
     EXPECT_TRUE(eventually([&] {
-        trickler.send({0});  // progress does not extend a frame's deadline
-        for (auto& peer : peers) {
-            if (!peer->closed()) return false;
-        }
-        return true;
+        peers[kStalled]->send({0});  // progress does not extend a frame's deadline
+        return std::all_of(peers.begin(), peers.end(), [](auto& peer) { return peer->closed(); });
     }));
     EXPECT_EQ(serverStats()[kIncoming], 1);
 }
@@ -57,23 +57,20 @@ TEST_F(ZelHostilePeerTest, StalledAndTrickledFramesCostWhatArrivedAndAreCutOffAt
 TEST_F(ZelHostilePeerTest, AReferenceToAnEndpointThatAcceptsNothingHoldsNoThread) {
     // An endpoint of this process whose listen queue is full.
     const std::string full = ownEndpoint("full");
-    const std::string fullPath = binderTestRoot().at("/dev/binder/" + full);
     android::base::unique_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", fullPath.c_str());
+    sockaddr_un addr{AF_UNIX, {}};
+    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", binderTestRoot().at("/dev/binder/" + full).c_str());
     ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
     ASSERT_EQ(listen(listener.get(), 0), 0);
-    auto filler = std::make_unique<ZelRawConnection>(fullPath);
+    auto filler = std::make_unique<ZelRawConnection>(addr.sun_path);
 
     // Two calls that each hand the service a reference to an object there.
     const auto [path, handle] = serviceAddress(mName);
-    std::vector<ZelRawConnection> attackers;
+    std::vector<std::unique_ptr<ZelRawConnection>> attackers;
     for (int i = 0; i < 2; ++i) {
-        attackers.emplace_back(path);
-        ASSERT_TRUE(attackers.back().send(helloFrame(full)));
-        ASSERT_TRUE(attackers.back().send(
-                encodedFrame(ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {}, {{full, 1}})));
+        attackers.push_back(std::make_unique<ZelRawConnection>(
+                path, std::vector<std::vector<uint8_t>>{helloFrame(full), encodedFrame(ZelFrameType::TRANSACTION,
+                                                        IBinder::PING_TRANSACTION, handle, {}, {{full, 1}})}));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the service takes both
     std::atomic<bool> served{false};
@@ -87,27 +84,15 @@ TEST_F(ZelHostilePeerTest, AReferenceToAnEndpointThatAcceptsNothingHoldsNoThread
     good.join();
 }
 
-class RecordingCallback : public com::ostrel::zeld::test::BnZelTestCallback {
-public:
-    android::binder::Status onValue(int32_t value) override {
-        values.put(value);
-        return android::binder::Status::ok();
-    }
-    Inbox<int32_t> values;
-};
-
 TEST_F(ZelHostilePeerTest, AHelloClaimingAnotherProcessesEndpointIsRefused) {
     android::ProcessState::self()->startThreadPool();
-    sp<RecordingCallback> callback = new RecordingCallback();
+    sp<ZelRecordingCallback> callback = new ZelRecordingCallback();
     ASSERT_TRUE(mService->setCallback(callback).isOk());
     // A child claims this process's endpoint, closes and exits.
     const std::vector<uint8_t> claim = helloFrame(zelBinderStats().endpoint);
     const std::string path = serviceAddress(mName).first;
     const pid_t child = fork();
-    if (child == 0) {
-        ZelRawConnection connection(path);
-        _exit(connection.send(claim) ? 0 : 1);
-    }
+    if (child == 0) _exit(ZelRawConnection(path).send(claim) ? 0 : 1);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
@@ -121,12 +106,8 @@ TEST_F(ZelHostilePeerTest, AHelloClaimingAnotherProcessesEndpointIsRefused) {
 }
 
 TEST_F(ZelHostilePeerTest, HellosUnderManyNamesCostOneDescriptor) {
-    const std::string path = serviceAddress(mName).first;
     const int64_t before = serverStats()[kFds];
-    for (int i = 0; i < 200; ++i) {
-        ZelRawConnection connection(path);
-        ASSERT_TRUE(connection.send(helloFrame(ownEndpoint("name" + std::to_string(i)))));
-    }
+    for (int i = 0; i < 200; ++i) ZelRawConnection(serviceAddress(mName).first, {helloFrame(ownEndpoint("n" + std::to_string(i)))});
     // One to learn when this process exits; a connection still being closed goes.
     EXPECT_TRUE(eventually([&] { return serverStats()[kIncoming] == 1 && serverStats()[kFds] <= before + 1; }));
 }
@@ -140,11 +121,7 @@ TEST_F(ZelHostilePeerTest, AtTheDescriptorLimitTheServiceBacksOffAndLogsOnce) {
     ASSERT_TRUE(service->stats(&stats).isOk());
     const int64_t logged = stats[kLogLines];
 
-    std::vector<ZelRawConnection> hogs;  // more than it has descriptors for
-    for (int i = 0; i < 80; ++i) {
-        hogs.emplace_back(serviceAddress(limitedName).first);
-        ASSERT_TRUE(hogs.back().send(helloFrame(ownEndpoint("hog" + std::to_string(i)))));
-    }
+    auto hogs = rawPeers(limitedName, 80, {});  // more than it has descriptors for
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     std::vector<uint8_t> out;
     EXPECT_TRUE(service->echo({1}, &out).isOk());  // connections it has are served
@@ -156,19 +133,12 @@ TEST_F(ZelHostilePeerTest, AtTheDescriptorLimitTheServiceBacksOffAndLogsOnce) {
 }
 
 TEST_F(ZelHostilePeerTest, CallersThatDoNotReadTheirRepliesHoldNoThread) {
-    const auto [path, handle] = serviceAddress(mName);
     android::Parcel request;
     request.writeInterfaceToken(com::ostrel::zeld::test::IZelTestService::descriptor);
     request.writeByteVector(std::vector<uint8_t>(kZelMaxPayload - 1024));
-    const std::vector<uint8_t> echo = encodedFrame(ZelFrameType::TRANSACTION, IBinder::FIRST_CALL_TRANSACTION, handle,
-                                                   {request.data(), request.data() + request.dataSize()});
     constexpr int kIdle = 17;  // more than the pool has threads
-    std::vector<ZelRawConnection> idle;
-    for (int i = 0; i < kIdle; ++i) {
-        idle.emplace_back(path);
-        ASSERT_TRUE(idle.back().send(helloFrame(ownEndpoint("idle" + std::to_string(i)))));
-        ASSERT_TRUE(idle.back().send(echo));
-    }
+    auto idle = rawPeers(mName, kIdle, encodedFrame(ZelFrameType::TRANSACTION, IBinder::FIRST_CALL_TRANSACTION,  // echo
+                                                    serviceAddress(mName).second, {request.data(), request.data() + request.dataSize()}));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the service answers them all
     std::vector<uint8_t> out;
     EXPECT_TRUE(mService->echo({7}, &out).isOk());

@@ -1,16 +1,17 @@
 #pragma once
 
-// The binder tests' test service in a peer process, and raw connections to
-// it for playing hostile or broken peers.
+// The binder tests' test service in a peer process, a recording callback,
+// and raw connections for playing hostile or broken peers.
 
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <atomic>
 #include <fstream>
-#include <memory>
 #include <string>
 
 #include <android-base/unique_fd.h>
+#include <com/ostrel/zeld/test/BnZelTestCallback.h>
 
 #include "ZelBinderTestSupport.h"
 #include "zel/binder/ZelWireFrame.h"
@@ -28,6 +29,15 @@ inline const bool kZelShortBinderDeadlines = [] {
 // IZelTestService::stats, by index.
 enum StatIndex { kExported, kProxies, kPeers, kIncoming, kPoolThreads, kFds, kThreads, kRssKiB, kLogLines };
 
+// Where the service `name`'s endpoint listens and the handle it is registered under.
+inline std::pair<std::string, uint32_t> serviceAddress(const std::string& name) {
+    std::ifstream registration(binderTestRoot().at("/dev/binder/services/" + name));
+    std::string endpoint;
+    uint32_t handle = 0;
+    registration >> endpoint >> handle;
+    return {binderTestRoot().at("/dev/binder/" + endpoint), handle};
+}
+
 // A test service in a peer process and this process as its client.
 class ZelTestServiceFixture : public ::testing::Test {
 protected:
@@ -42,18 +52,26 @@ protected:
         return stats;
     }
 
-    // Where the service's endpoint listens and the handle it is registered under.
-    std::pair<std::string, uint32_t> serviceAddress(const std::string& name) const {
-        std::ifstream registration(binderTestRoot().at("/dev/binder/services/" + name));
-        std::string endpoint;
-        uint32_t handle = 0;
-        registration >> endpoint >> handle;
-        return {binderTestRoot().at("/dev/binder/" + endpoint), handle};
-    }
-
     const std::string mName = testServiceName();  // before the server: it sets up the root
     ZelPeerProcess mServer{ZELD_BINDER_TEST_PEER, {"serve", mName}};
     android::sp<com::ostrel::zeld::test::IZelTestService> mService;
+};
+
+// Records every value it is called with; optionally tells when it is destroyed.
+class ZelRecordingCallback : public com::ostrel::zeld::test::BnZelTestCallback {
+public:
+    explicit ZelRecordingCallback(std::atomic<bool>* destroyed = nullptr) : mDestroyed(destroyed) {}
+    ~ZelRecordingCallback() override {
+        if (mDestroyed != nullptr) *mDestroyed = true;
+    }
+    android::binder::Status onValue(int32_t value) override {
+        values.put(value);
+        return android::binder::Status::ok();
+    }
+    Inbox<int32_t> values;
+
+private:
+    std::atomic<bool>* mDestroyed;
 };
 
 // An endpoint name of this process (the runtime accepts a HELLO only for the
@@ -78,14 +96,16 @@ inline std::vector<uint8_t> helloFrame(const std::string& endpoint) {
 }
 
 // A connection made by hand to a socket path, writing raw bytes as a
-// hostile or broken peer would.
+// hostile or broken peer would; `sends` go out at once.
 class ZelRawConnection {
 public:
-    explicit ZelRawConnection(const std::string& path) : mFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit ZelRawConnection(const std::string& path, const std::vector<std::vector<uint8_t>>& sends = {})
+        : mFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_un addr{};
         addr.sun_family = AF_UNIX;
         std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
         EXPECT_EQ(connect(mFd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0) << strerror(errno);
+        for (const auto& bytes : sends) send(bytes);
     }
     // Writes all of `bytes` (blocking); false once the other side is gone.
     bool send(const std::vector<uint8_t>& bytes) {
