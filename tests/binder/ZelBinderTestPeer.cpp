@@ -41,6 +41,10 @@ public:
         *out = data;
         return Status::ok();
     }
+    Status filled(int32_t size, std::vector<uint8_t>* out) override {
+        out->assign(static_cast<size_t>(size), 0x5A);
+        return Status::ok();
+    }
     Status callerIdentity(std::vector<int32_t>* out) override {
         const android::IPCThreadState* ipc = android::IPCThreadState::self();
         *out = {static_cast<int32_t>(ipc->getCallingPid()), static_cast<int32_t>(ipc->getCallingUid())};

@@ -384,7 +384,6 @@ void ZelBinderRuntime::startThreadPool() {
         std::lock_guard<std::mutex> guard(mPoolLock);
         if (mPoolStarted) return;
         mPoolStarted = true;
-        mPoolServing = true;
     }
     spawnPooledThread(true);
 }
@@ -399,7 +398,6 @@ void ZelBinderRuntime::joinThreadPool(bool isMain) {
     {
         std::lock_guard<std::mutex> guard(mPoolLock);
         mPoolStarted = true;
-        mPoolServing = true;
     }
     poolLoop(isMain, false);
 }

@@ -101,7 +101,7 @@ public:
     status_t setMaxThreads(size_t maxThreads);
     size_t maxThreads() const { return mMaxThreads.load(); }
     // True while pool threads serve the epoll set (and so send what waits).
-    bool poolServing() const { return mPoolServing.load() && !mStopping.load(); }
+    bool poolServing() const { return mPoolStarted.load() && !mStopping.load(); }
 
     ZelBinderStats stats() const;
 
@@ -180,8 +180,7 @@ private:
     ZelExportTable mExports;
 
     std::mutex mPoolLock;  // guards spawning decisions
-    bool mPoolStarted = false;
-    std::atomic<bool> mPoolServing{false};  // mPoolStarted, readable without the lock
+    std::atomic<bool> mPoolStarted{false};  // set under mPoolLock
     std::atomic<size_t> mMaxThreads;
     std::atomic<size_t> mSpawnedThreads{0};  // on-demand threads, bounded by mMaxThreads
     std::atomic<size_t> mPoolThreads{0};

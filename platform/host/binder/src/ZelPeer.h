@@ -72,7 +72,7 @@ private:
         unique_fd fd;
         ZelSendQueue out;
         ZelFrameReader reader;  // used by the synchronous call that has the connection
-        std::mutex armLock;     // orders the epoll updates of the primary; leaf lock
+        std::mutex armLock;     // orders the epoll updates of the primary; before out's and the timer's lock
     };
 
     // Opens a connection and introduces this process on it.

@@ -5,6 +5,8 @@ import com.ostrel.zeld.test.IZelTestCallback;
 // A service for exercising the binder runtime across processes.
 interface IZelTestService {
     byte[] echo(in byte[] data);
+    // `size` bytes: a large reply to a small call.
+    byte[] filled(int size);
     // {pid, uid} of the caller as the service sees it.
     int[] callerIdentity();
     IBinder echoBinder(IBinder binder);
