@@ -1,21 +1,19 @@
 // Binder semantics across real processes: a test service runs in a peer
 // process (zeld_binder_test_peer serve), this process is its client.
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
-#include <com/ostrel/zeld/test/BnZelTestCallback.h>
 
-#include "ZelBinderTestSupport.h"
+#include "ZelProcStats.h"
+#include "ZelTestServiceFixture.h"
 #include "zel/binder/ZelBinderStats.h"
-#include "zel/binder/ZelWireFrame.h"
 
 using android::IBinder;
 using android::sp;
@@ -26,23 +24,6 @@ using zel::binder::zelBinderStats;
 namespace {
 
 sp<IBinder> asBinder(const sp<android::IInterface>& object) { return android::IInterface::asBinder(object); }
-
-// Records every value it is called with; optionally tells when it is destroyed.
-class RecordingCallback : public com::ostrel::zeld::test::BnZelTestCallback {
-public:
-    explicit RecordingCallback(std::atomic<bool>* destroyed = nullptr) : mDestroyed(destroyed) {}
-    ~RecordingCallback() override {
-        if (mDestroyed != nullptr) *mDestroyed = true;
-    }
-    Status onValue(int32_t value) override {
-        values.put(value);
-        return Status::ok();
-    }
-    Inbox<int32_t> values;
-
-private:
-    std::atomic<bool>* mDestroyed;
-};
 
 class DeathWatcher : public IBinder::DeathRecipient {
 public:
@@ -64,21 +45,8 @@ constexpr bool kSanitized = false;
 constexpr int kChurnClients = 1000;
 #endif
 
-enum StatIndex { kExported, kProxies, kPeers, kIncoming, kPoolThreads, kFds, kThreads, kRssKiB };
-
-class ZelBinderIpcTest : public ::testing::Test {
+class ZelBinderIpcTest : public ZelTestServiceFixture {
 protected:
-    void SetUp() override {
-        mService = waitForTestService(mName);
-        ASSERT_NE(mService, nullptr);
-    }
-
-    std::vector<int64_t> serverStats() {
-        std::vector<int64_t> stats;
-        EXPECT_TRUE(mService->stats(&stats).isOk());
-        return stats;
-    }
-
     // Runs `count` peer programs `args`, at most eight at a time, each to a 0 exit.
     void runPeers(int count, const std::vector<std::string>& args) {
         for (int done = 0; done < count; done += 8) {
@@ -89,20 +57,22 @@ protected:
             for (auto& peer : wave) ASSERT_EQ(peer->wait(), 0);
         }
     }
-
-    const std::string mName = testServiceName();  // before the server: it sets up the root
-    ZelPeerProcess mServer{ZELD_BINDER_TEST_PEER, {"serve", mName}};
-    sp<IZelTestService> mService;
 };
 
-TEST_F(ZelBinderIpcTest, SynchronousCallsReturnRepliesAndTheCallerIdentity) {
-    std::vector<uint8_t> data(200);
+TEST_F(ZelBinderIpcTest, SynchronousCallsCarryUpToOneMiBAndTheCallerIdentity) {
+    // The request parcel is the interface token plus the byte vector.
+    android::Parcel probe;
+    probe.writeInterfaceToken(IZelTestService::descriptor);
+    probe.writeByteVector(std::vector<uint8_t>{});
+    std::vector<uint8_t> data(1024 * 1024 - probe.dataSize());
     for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 7);
     std::vector<uint8_t> out;
     ASSERT_TRUE(mService->echo(data, &out).isOk());
     EXPECT_EQ(out, data);
+    data.push_back(0);
+    EXPECT_EQ(mService->echo(data, &out).transactionError(), android::FAILED_TRANSACTION);
 
-    std::vector<int32_t> identity;
+    std::vector<int32_t> identity;  // the connection is still good
     ASSERT_TRUE(mService->callerIdentity(&identity).isOk());
     EXPECT_EQ(identity, (std::vector<int32_t>{getpid(), static_cast<int32_t>(getuid())}));
     // Outside a transaction the calling identity is this process's own.
@@ -138,9 +108,9 @@ TEST_F(ZelBinderIpcTest, BinderObjectsKeepTheirIdentityAndLiveWhileAnotherProces
     android::ProcessState::self()->startThreadPool();
     const size_t exportedBefore = zelBinderStats().exportedObjects;
     std::atomic<bool> destroyed{false};
-    sp<RecordingCallback> other = new RecordingCallback();
+    sp<ZelRecordingCallback> other = new ZelRecordingCallback();
     {
-        sp<RecordingCallback> callback = new RecordingCallback(&destroyed);
+        sp<ZelRecordingCallback> callback = new ZelRecordingCallback(&destroyed);
         // Our object comes back as itself.
         sp<IBinder> back;
         const Status echoed = mService->echoBinder(asBinder(callback), &back);
@@ -168,17 +138,18 @@ TEST_F(ZelBinderIpcTest, BinderObjectsKeepTheirIdentityAndLiveWhileAnotherProces
     EXPECT_TRUE(eventually([&] { return zelBinderStats().exportedObjects == exportedBefore + 1; }));
 }
 
-TEST_F(ZelBinderIpcTest, TheServerCallsBackWhileOtherCallsAreInFlight) {
+TEST_F(ZelBinderIpcTest, ManyCallersAreServedAtOnceWhileTheServerCallsBack) {
     android::ProcessState::self()->startThreadPool();
-    sp<RecordingCallback> callback = new RecordingCallback();
+    sp<ZelRecordingCallback> callback = new ZelRecordingCallback();
     ASSERT_TRUE(mService->setCallback(callback).isOk());
 
     std::atomic<int> failures{0};
     std::vector<std::thread> callers;
+    callers.emplace_back([&] { runPeers(6, {"call", mName, "300"}); });  // six processes at once
     for (int t = 0; t < 4; ++t) {
-        callers.emplace_back([&] {
-            std::vector<uint8_t> data(200, 0x5A);
-            for (int i = 0; i < 200; ++i) {
+        callers.emplace_back([&, t] {
+            for (int i = 0; i < 300; ++i) {
+                std::vector<uint8_t> data(200, static_cast<uint8_t>(t + i));
                 std::vector<uint8_t> out;
                 if (!mService->echo(data, &out).isOk() || out != data) failures++;
             }
@@ -193,6 +164,7 @@ TEST_F(ZelBinderIpcTest, TheServerCallsBackWhileOtherCallsAreInFlight) {
     EXPECT_EQ(failures, 0);
     ASSERT_TRUE(callback->values.waitFor(200));
     EXPECT_EQ(callback->values.items(), expected);  // one-way calls from the server keep their order
+    EXPECT_LE(serverStats()[kPoolThreads], 2 + 15);
 }
 
 TEST_F(ZelBinderIpcTest, CallsToAnExitedProcessFailWithDeadObjectAndItsDeathIsNotified) {
@@ -221,44 +193,49 @@ TEST_F(ZelBinderIpcTest, CallsToAnExitedProcessFailWithDeadObjectAndItsDeathIsNo
     EXPECT_EQ(android::defaultServiceManager()->checkService(android::String16(mName.c_str())), nullptr);
 }
 
-TEST_F(ZelBinderIpcTest, ATransactionAboveOneMiBFails) {
-    // The request parcel is the interface token plus the byte vector.
-    android::Parcel probe;
-    probe.writeInterfaceToken(IZelTestService::descriptor);
-    probe.writeByteVector(std::vector<uint8_t>{});
-    const size_t fits = 1024 * 1024 - probe.dataSize();
-
-    std::vector<uint8_t> out;
-    ASSERT_TRUE(mService->echo(std::vector<uint8_t>(fits, 0x11), &out).isOk());
-    EXPECT_EQ(out.size(), fits);
-    EXPECT_EQ(mService->echo(std::vector<uint8_t>(fits + 1, 0x22), &out).transactionError(),
-              android::FAILED_TRANSACTION);
-    EXPECT_TRUE(mService->echo({9}, &out).isOk());  // the connection is still good
+TEST_F(ZelBinderIpcTest, DescriptorsTravelBothWaysDumpWorksAndEveryCopyIsClosedByItsOwner) {
+    const int64_t serverFds = serverStats()[kFds];
+    const int64_t ownFds = zelOpenDescriptors(getpid());
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    android::base::unique_fd readEnd(ends[0]);
+    android::base::unique_fd writeEnd(ends[1]);
+    {
+        // A dumpsys-style caller: the service writes the caller's uid and the arguments to our pipe.
+        android::Vector<android::String16> args;
+        for (const char* arg : {"--json", "x"}) args.add(android::String16(arg));
+        ASSERT_EQ(asBinder(mService)->dump(writeEnd.get(), args), android::OK);
+        // A descriptor in a reply is the caller's own.
+        android::base::unique_fd back;
+        ASSERT_TRUE(mService->dupFd(writeEnd, &back).isOk());
+        ASSERT_EQ(write(back.get(), " back", 5), 5);
+        // A call that fails closes what it carried.
+        android::Parcel data;
+        ASSERT_EQ(data.writeFileDescriptor(writeEnd.get()), android::OK);
+        EXPECT_EQ(asBinder(mService)->transact(IBinder::LAST_CALL_TRANSACTION, data, nullptr),
+                  android::UNKNOWN_TRANSACTION);
+    }
+    writeEnd.reset();
+    // The pipe ends once every copy of its write end is closed, the service's too.
+    std::string text;
+    EXPECT_TRUE(eventually([&] {
+        char buf[64];
+        const ssize_t n = read(readEnd.get(), buf, sizeof(buf));
+        if (n > 0) text.append(buf, static_cast<size_t>(n));
+        return n == 0;
+    }));
+    EXPECT_EQ(text, "uid " + std::to_string(getuid()) + " --json x back");
+    readEnd.reset();
+    EXPECT_EQ(zelOpenDescriptors(getpid()), ownFds);
+    EXPECT_TRUE(eventually([&] { return serverStats()[kFds] <= serverFds; }));
 }
 
 TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
     using namespace zel::binder;
-    std::ifstream registration(binderTestRoot().at("/dev/binder/services/" + mName));
-    std::string endpoint;
-    uint32_t handle = 0;
-    registration >> endpoint >> handle;
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", binderTestRoot().at("/dev/binder/" + endpoint).c_str());
-
-    auto frame = [](ZelFrameType type, uint32_t code, uint32_t to, std::vector<uint8_t> payload) {
-        ZelFrame f;
-        f.type = type;
-        f.code = code;
-        f.handle = to;
-        f.payload = std::move(payload);
-        std::vector<uint8_t> bytes;
-        EXPECT_EQ(encodeZelFrame(f, &bytes), android::OK);
-        return bytes;
-    };
-    const auto hello = frame(ZelFrameType::HELLO, 0, 0, {'1', '-', 'r', 'a', 'w'});
-    const auto ping = frame(ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {});
-    auto truncated = frame(ZelFrameType::TRANSACTION, 0, 0, std::vector<uint8_t>(100));
+    const auto [path, handle] = serviceAddress(mName);
+    const auto hello = helloFrame(ownEndpoint("raw"));
+    const auto ping = encodedFrame(ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {});
+    auto truncated = encodedFrame(ZelFrameType::TRANSACTION, 0, 0, std::vector<uint8_t>(100));
     truncated.resize(truncated.size() - 50);  // the header promises more than ever arrives
     struct Case {
         const char* what;
@@ -268,21 +245,18 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
     const std::vector<Case> cases = {
             {"garbage instead of a header", {std::vector<uint8_t>(64, 0xAB)}, false},
             {"a call before HELLO", {ping}, false},
+            {"a HELLO for another process", {helloFrame("1-raw"), ping}, false},
             {"a truncated frame", {hello, truncated}, true},
-            {"a reply where only calls may come", {hello, frame(ZelFrameType::REPLY, 0, 0, {})}, false},
+            {"a reply where only calls may come", {hello, encodedFrame(ZelFrameType::REPLY, 0, 0, {})}, false},
             {"a well-formed ping", {hello, ping}, false},
     };
     for (const Case& c : cases) {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0) << c.what;
+        ZelRawConnection raw(path, c.sends);  // the sends may find it closed already
         timeval tv{10, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-        for (const auto& bytes : c.sends) {
-            ASSERT_EQ(send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-        }
-        if (c.endOfStream) shutdown(fd, SHUT_WR);
+        setsockopt(raw.fd(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+        if (c.endOfStream) shutdown(raw.fd(), SHUT_WR);
         uint8_t header[kZelFrameHeaderSize];
-        const ssize_t n = recv(fd, header, sizeof(header), MSG_WAITALL);
+        const ssize_t n = recv(raw.fd(), header, sizeof(header), MSG_WAITALL);
         if (&c == &cases.back()) {  // answered
             ZelFrameHeader decoded;
             ASSERT_EQ(n, static_cast<ssize_t>(sizeof(header)));
@@ -292,30 +266,11 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
         } else {  // closed: end of stream, or a reset when our bytes were left unread
             EXPECT_TRUE(n == 0 || (n < 0 && errno == ECONNRESET)) << c.what;
         }
-        close(fd);
     }
     // The server kept serving through all of it.
     std::vector<uint8_t> out;
     EXPECT_TRUE(mService->echo({1, 2}, &out).isOk());
     ASSERT_TRUE(eventually([&] { return serverStats()[kIncoming] == 1; }));
-}
-
-TEST_F(ZelBinderIpcTest, ManyConcurrentCallersAreAllServed) {
-    std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    threads.emplace_back([&] { runPeers(6, {"call", mName, "300"}); });  // six processes at once
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 300; ++i) {
-                std::vector<uint8_t> data(200, static_cast<uint8_t>(t + i));
-                std::vector<uint8_t> out;
-                if (!mService->echo(data, &out).isOk() || out != data) failures++;
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(failures, 0);
-    EXPECT_LE(serverStats()[kPoolThreads], 2 + 15);
 }
 
 TEST_F(ZelBinderIpcTest, ShortLivedClientsLeaveNothingBehind) {
@@ -341,11 +296,8 @@ TEST_F(ZelBinderIpcTest, ShortLivedClientsLeaveNothingBehind) {
         EXPECT_LE(after[kRssKiB], before[kRssKiB] + 4096);
     }
     // Dead clients' endpoints are gone from the directory.
-    size_t sockets = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(binderTestRoot().at("/dev/binder"))) {
-        sockets += entry.is_socket();
-    }
-    EXPECT_LE(sockets, 3u);
+    const std::filesystem::directory_iterator dir(binderTestRoot().at("/dev/binder"));
+    EXPECT_LE(std::count_if(begin(dir), end(dir), [](const auto& entry) { return entry.is_socket(); }), 3);
 }
 
 TEST(ZelThreadPoolDeathTest, StopProcessMakesJoinedThreadsReturn) {

@@ -1,14 +1,14 @@
 // Peer processes for the binder tests:
-//   serve <name>            registers an IZelTestService under <name> and serves
+//   serve <name> [fds]      registers an IZelTestService under <name> and serves,
+//                           with at most <fds> open descriptors when given
 //   call <name> <count>     <count> echo calls of 200 bytes; exit 0 when all match
 //   callback-once <name>    passes a callback, asks for one call back, exit 0 on it
-#include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <atomic>
 #include <cstdio>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -19,6 +19,9 @@
 #include <com/ostrel/zeld/test/BnZelTestCallback.h>
 #include <com/ostrel/zeld/test/BnZelTestService.h>
 
+#include "ZelProcStats.h"
+#include "ZelTestWait.h"
+#include "zel/ZelHostLog.h"
 #include "zel/binder/ZelBinderStats.h"
 
 using android::IBinder;
@@ -29,19 +32,17 @@ using com::ostrel::zeld::test::IZelTestService;
 
 namespace {
 
-int64_t countEntries(const char* dir) {
-    int64_t n = 0;
-    if (DIR* d = opendir(dir)) {
-        while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-        closedir(d);
-    }
-    return n;
-}
+// Every line the serving process logs.
+zel::hostlog::ZelLogCapture* gLog = nullptr;
 
 class ZelTestService : public com::ostrel::zeld::test::BnZelTestService {
 public:
     Status echo(const std::vector<uint8_t>& data, std::vector<uint8_t>* out) override {
         *out = data;
+        return Status::ok();
+    }
+    Status filled(int32_t size, std::vector<uint8_t>* out) override {
+        out->assign(static_cast<size_t>(size), 0x5A);
         return Status::ok();
     }
     Status callerIdentity(std::vector<int32_t>* out) override {
@@ -88,19 +89,25 @@ public:
     }
     Status stats(std::vector<int64_t>* out) override {
         const zel::binder::ZelBinderStats s = zel::binder::zelBinderStats();
-        std::ifstream statm("/proc/self/statm");
-        int64_t size = 0;
-        int64_t resident = 0;
-        statm >> size >> resident;
+        const pid_t self = getpid();
         *out = {static_cast<int64_t>(s.exportedObjects), static_cast<int64_t>(s.proxies),
                 static_cast<int64_t>(s.peers), static_cast<int64_t>(s.incomingConnections),
-                static_cast<int64_t>(s.poolThreads), countEntries("/proc/self/fd"),
-                countEntries("/proc/self/task"), resident * (sysconf(_SC_PAGESIZE) / 1024)};
+                static_cast<int64_t>(s.poolThreads), zelOpenDescriptors(self), zelThreads(self),
+                zelResidentKiB(self), static_cast<int64_t>(gLog->lines().size())};
         return Status::ok();
     }
     Status sleepMs(int32_t ms) override {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
         return Status::ok();
+    }
+    Status dupFd(const android::base::unique_fd& fd, android::base::unique_fd* out) override {
+        out->reset(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
+        return Status::ok();
+    }
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
+        std::string text = "uid " + std::to_string(android::IPCThreadState::self()->getCallingUid());
+        for (const android::String16& arg : args) text += std::string(" ") + android::String8(arg).string();
+        return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? android::OK : -errno;
     }
 
 private:
@@ -109,20 +116,22 @@ private:
     std::vector<int32_t> mRecorded;
 };
 
-// Keeps the last value it was called with.
-class LastValue : public com::ostrel::zeld::test::BnZelTestCallback {
+class Values : public com::ostrel::zeld::test::BnZelTestCallback {
 public:
     Status onValue(int32_t value) override {
-        last = value;
+        values.put(value);
         return Status::ok();
     }
-    std::atomic<int32_t> last{-1};
+    Inbox<int32_t> values;
 };
 
 int run(const std::string& mode, const char* name, int count) {
     sp<android::IServiceManager> sm = android::defaultServiceManager();
     if (sm == nullptr) return 1;
     if (mode == "serve") {
+        gLog = new zel::hostlog::ZelLogCapture();
+        const rlimit fds{static_cast<rlim_t>(count), static_cast<rlim_t>(count)};
+        if (count > 0 && setrlimit(RLIMIT_NOFILE, &fds) != 0) return 1;
         if (sm->addService(android::String16(name), new ZelTestService()) != android::OK) return 1;
         android::ProcessState::self()->startThreadPool();
         android::IPCThreadState::self()->joinThreadPool(true);
@@ -132,13 +141,9 @@ int run(const std::string& mode, const char* name, int count) {
     sp<IZelTestService> svc = android::interface_cast<IZelTestService>(sm->getService(android::String16(name)));
     if (svc == nullptr) return 1;
     if (mode == "callback-once") {
-        sp<LastValue> callback = new LastValue();
+        sp<Values> callback = new Values();
         if (!svc->callBack(callback, 42).isOk()) return 2;
-        for (int waited = 0; callback->last != 42; ++waited) {
-            if (waited == 500) return 3;  // five seconds
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return 0;
+        return callback->values.waitFor(1) && callback->values.items()[0] == 42 ? 0 : 3;
     }
     std::vector<uint8_t> data(200);
     for (int i = 0; i < count; ++i) {
@@ -153,9 +158,9 @@ int run(const std::string& mode, const char* name, int count) {
 
 int main(int argc, char** argv) {
     const std::string mode = argc > 1 ? argv[1] : "";
-    if (((mode == "serve" || mode == "callback-once") && argc == 3) || (mode == "call" && argc == 4)) {
+    if (((mode == "serve" || mode == "callback-once") && argc == 3) || ((mode == "call" || mode == "serve") && argc == 4)) {
         return run(mode, argv[2], argc == 4 ? std::atoi(argv[3]) : 0);
     }
-    std::fprintf(stderr, "usage: %s serve|call|callback-once <name> [count]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s serve|call|callback-once <name> [count|fds]\n", argv[0]);
     return 64;
 }

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
@@ -32,25 +35,22 @@ TEST(ZelParcelTest, TypedValuesRoundTripInLibbinderLayout) {
           p.writeByteVector(std::vector<uint8_t>{1, 2, 3}), p.writeInt32Vector({7, 8})}) {
         ASSERT_EQ(written, OK);
     }
-
     p.setDataPosition(0);
-    EXPECT_EQ(p.readInt32(), -2);
-    EXPECT_EQ(p.readUint32(), 0xDEADBEEFu);
-    EXPECT_EQ(p.readInt64(), -3);
-    EXPECT_TRUE(p.readBool());
+    // Braced lists run their elements in order.
+    EXPECT_EQ((std::tuple<int32_t, uint32_t, int64_t, bool>{p.readInt32(), p.readUint32(), p.readInt64(), p.readBool()}),
+              std::make_tuple(-2, 0xDEADBEEFu, int64_t{-3}, true));
     int8_t byte = 0;
     double d = 0;
     std::string utf8;
     std::vector<uint8_t> bytes;
     std::vector<int32_t> ints;
-    ASSERT_EQ(p.readByte(&byte), OK);
-    ASSERT_EQ(p.readDouble(&d), OK);
-    EXPECT_EQ(p.readString16(), String16("ab"));
-    ASSERT_EQ(p.readUtf8FromUtf16(&utf8), OK);
-    ASSERT_EQ(p.readByteVector(&bytes), OK);
-    ASSERT_EQ(p.readInt32Vector(&ints), OK);
-    EXPECT_EQ(std::tie(byte, d, utf8, bytes, ints),
-              std::make_tuple(int8_t{-1}, 0.5, std::string("zeld"), std::vector<uint8_t>{1, 2, 3}, std::vector<int32_t>{7, 8}));
+    String16 s;
+    for (const android::status_t read : {p.readByte(&byte), p.readDouble(&d), p.readString16(&s), p.readUtf8FromUtf16(&utf8),
+                                         p.readByteVector(&bytes), p.readInt32Vector(&ints)}) {
+        ASSERT_EQ(read, OK);
+    }
+    EXPECT_EQ(std::tie(byte, d, s, utf8, bytes, ints), std::make_tuple(int8_t{-1}, 0.5, String16("ab"), std::string("zeld"),
+                                                                      std::vector<uint8_t>{1, 2, 3}, std::vector<int32_t>{7, 8}));
     EXPECT_EQ(p.dataAvail(), 0u);
 
     // Every item is padded to 4 bytes; strings are UTF-16 with a terminator.
@@ -62,42 +62,34 @@ TEST(ZelParcelTest, TypedValuesRoundTripInLibbinderLayout) {
                                                      1, 0, 0, 0, 9, 0, 0, 0}));
 }
 
-TEST(ZelParcelTest, ReadsPastTheEndFailAndLeaveEverythingAsItWas) {
+// A read the data cannot satisfy fails and leaves the position and its output as they were.
+TEST(ZelParcelTest, ReadsTheDataCannotSatisfyFailAndChangeNothing) {
     Parcel p;
-    p.writeInt32(5);
-    p.setDataPosition(0);
     int64_t wide = 77;
-    EXPECT_EQ(p.readInt64(&wide), NOT_ENOUGH_DATA);
+    EXPECT_EQ(parcelOf(&p, {5, 0, 0, 0})->readInt64(&wide), NOT_ENOUGH_DATA);
     EXPECT_EQ(wide, 77);
-    EXPECT_EQ(p.dataPosition(), 0u);
     EXPECT_EQ(p.readInt32(), 5);
     int32_t narrow = 9;
     EXPECT_EQ(p.readInt32(&narrow), NOT_ENOUGH_DATA);
-    EXPECT_EQ(narrow, 9);
-
-    // A position set beyond the data reads nothing.
-    p.setDataPosition(1000);
-    EXPECT_EQ(p.readInt32(&narrow), NOT_ENOUGH_DATA);
+    p.setDataPosition(1000);  // a position beyond the data reads nothing
     char raw[4];
+    EXPECT_EQ(p.readInt32(&narrow), NOT_ENOUGH_DATA);
     EXPECT_EQ(p.read(raw, sizeof(raw)), NOT_ENOUGH_DATA);
     EXPECT_EQ(p.readInplace(4), nullptr);
-}
+    EXPECT_EQ(narrow, 9);
 
-TEST(ZelParcelTest, LengthPrefixedValuesRefuseLengthsTheDataCannotHold) {
-    Parcel p;
+    // Length prefixes: null (-1), longer than the data, absurdly long.
+    const std::vector<uint8_t> null{0xFF, 0xFF, 0xFF, 0xFF}, huge{0xFF, 0xFF, 0xFF, 0x7F};
     std::vector<uint8_t> bytes{4};
-    // Byte vector: null (-1), longer than the data, absurdly long.
-    EXPECT_EQ(parcelOf(&p, {0xFF, 0xFF, 0xFF, 0xFF})->readByteVector(&bytes), UNEXPECTED_NULL);
+    std::vector<int32_t> ints{4};
+    EXPECT_EQ(parcelOf(&p, null)->readByteVector(&bytes), UNEXPECTED_NULL);
     EXPECT_EQ(parcelOf(&p, {8, 0, 0, 0, 1, 2, 3, 4})->readByteVector(&bytes), NOT_ENOUGH_DATA);
-    EXPECT_EQ(parcelOf(&p, {0xFF, 0xFF, 0xFF, 0x7F})->readByteVector(&bytes), NOT_ENOUGH_DATA);
-    EXPECT_EQ(bytes, std::vector<uint8_t>{4});
+    EXPECT_EQ(parcelOf(&p, huge)->readByteVector(&bytes), NOT_ENOUGH_DATA);
+    EXPECT_EQ(parcelOf(&p, huge)->readInt32Vector(&ints), NOT_ENOUGH_DATA);
+    EXPECT_EQ(std::tie(bytes, ints), std::make_tuple(std::vector<uint8_t>{4}, std::vector<int32_t>{4}));
     EXPECT_EQ(p.dataPosition(), 0u);
-    std::vector<int32_t> ints;
-    EXPECT_EQ(parcelOf(&p, {0xFF, 0xFF, 0xFF, 0x7F})->readInt32Vector(&ints), NOT_ENOUGH_DATA);
-
-    // String16: null, unterminated, length beyond the data.
-    String16 s("keep");
-    EXPECT_EQ(parcelOf(&p, {0xFF, 0xFF, 0xFF, 0xFF})->readString16(&s), UNEXPECTED_NULL);
+    String16 s("keep");  // null, unterminated, length beyond the data
+    EXPECT_EQ(parcelOf(&p, null)->readString16(&s), UNEXPECTED_NULL);
     EXPECT_NE(parcelOf(&p, {1, 0, 0, 0, 'a', 0, 'b', 0})->readString16(&s), OK);
     EXPECT_NE(parcelOf(&p, {9, 0, 0, 0, 'a', 0, 0, 0})->readString16(&s), OK);
     EXPECT_EQ(s, String16("keep"));
@@ -116,17 +108,16 @@ TEST(ZelParcelTest, InterfaceTokensMatchOnlyTheirDescriptor) {
 TEST(ZelParcelTest, BindersComeBackAsTheSameObject) {
     sp<IBinder> object = new BBinder();
     Parcel p;
-    ASSERT_EQ(p.writeStrongBinder(object), OK);
-    ASSERT_EQ(p.writeStrongBinder(nullptr), OK);
-    ASSERT_EQ(p.writeStrongBinder(object), OK);
+    for (const android::status_t written : {p.writeStrongBinder(object), p.writeStrongBinder(nullptr), p.writeStrongBinder(object)}) {
+        ASSERT_EQ(written, OK);
+    }
     EXPECT_EQ(p.objectsCount(), 2u);
     p.setDataPosition(0);
     sp<IBinder> first;
     sp<IBinder> null = object;
     ASSERT_EQ(p.readStrongBinder(&first), OK);
-    EXPECT_EQ(first, object);
     ASSERT_EQ(p.readNullableStrongBinder(&null), OK);
-    EXPECT_EQ(null, nullptr);
+    EXPECT_EQ(std::tie(first, null), std::make_tuple(object, sp<IBinder>()));
     EXPECT_EQ(p.readStrongBinder(), object);
 
     // A null binder where one is required; an index the table does not hold.
@@ -139,12 +130,43 @@ TEST(ZelParcelTest, BindersComeBackAsTheSameObject) {
     forged.setDataPosition(0);
     EXPECT_EQ(forged.readNullableStrongBinder(&required), BAD_TYPE);
     EXPECT_EQ(forged.dataPosition(), 0u);
+}
 
-    // Raw bytes carry no objects.
-    Parcel copy;
-    copy.setData(p.data(), p.dataSize());
-    EXPECT_EQ(copy.objectsCount(), 0u);
-    EXPECT_EQ(copy.readNullableStrongBinder(&required), BAD_TYPE);
+TEST(ZelParcelTest, AParcelClosesTheDescriptorsItOwnsAndNoOthers) {
+    auto isOpen = [](int fd) { return fcntl(fd, F_GETFD) >= 0; };
+    const int borrowed = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int taken = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int dup = -1;
+    android::base::unique_fd mine;
+    {
+        Parcel p;
+        for (const android::status_t written : {p.writeFileDescriptor(borrowed), p.writeDupFileDescriptor(borrowed),
+                                                p.writeFileDescriptor(taken, true), p.writeStrongBinder(new BBinder())}) {
+            ASSERT_EQ(written, OK);
+        }
+        EXPECT_TRUE(p.hasFileDescriptors());
+        p.setDataPosition(0);
+        EXPECT_EQ(p.readFileDescriptor(), borrowed);
+        dup = p.readFileDescriptor();
+        EXPECT_NE(dup, borrowed);
+        ASSERT_EQ(p.readUniqueFileDescriptor(&mine), OK);  // a dup of its own
+        EXPECT_NE(mine.get(), taken);
+        EXPECT_EQ(p.readFileDescriptor(), BAD_TYPE);  // a binder is no descriptor
+        EXPECT_EQ(p.dataPosition(), 24u);
+        EXPECT_TRUE(isOpen(dup) && isOpen(taken));
+
+        // Raw bytes carry neither binders nor descriptors.
+        Parcel copy;
+        copy.setData(p.data(), p.dataSize());
+        EXPECT_FALSE(copy.hasFileDescriptors() || copy.objectsCount() > 0);
+        sp<IBinder> binder;
+        EXPECT_EQ(copy.readFileDescriptor(), BAD_TYPE);
+        copy.setDataPosition(24);
+        EXPECT_EQ(copy.readNullableStrongBinder(&binder), BAD_TYPE);
+    }
+    EXPECT_FALSE(isOpen(dup) || isOpen(taken));
+    EXPECT_TRUE(isOpen(borrowed) && isOpen(mine.get()));
+    close(borrowed);
 }
 
 }  // namespace

@@ -36,11 +36,21 @@ status_t BBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uin
     return err;
 }
 
-status_t BBinder::onTransact(uint32_t code, const Parcel&, Parcel* reply, uint32_t) {
+status_t BBinder::dump(int, const Vector<String16>&) { return OK; }
+
+status_t BBinder::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t) {
     switch (code) {
         case INTERFACE_TRANSACTION:
             if (reply == nullptr) return BAD_VALUE;
             return reply->writeString16(getInterfaceDescriptor());
+        case DUMP_TRANSACTION: {
+            const int fd = data.readFileDescriptor();
+            int32_t argc = 0;
+            if (fd < 0 || data.readInt32(&argc) != OK) return BAD_TYPE;
+            Vector<String16> args;
+            for (int32_t i = 0; i < argc && data.dataAvail() > 0; ++i) args.add(data.readString16());
+            return dump(fd, args);
+        }
         case SYSPROPS_TRANSACTION:
             return OK;
         default:

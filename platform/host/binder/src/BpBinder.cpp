@@ -56,6 +56,16 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
     return mPeer->transact(mHandle, code, data, reply, flags);
 }
 
+status_t BpBinder::dump(int fd, const Vector<String16>& args) {
+    Parcel data;
+    status_t status = data.writeFileDescriptor(fd);
+    if (status == OK) status = data.writeInt32(static_cast<int32_t>(args.size()));
+    for (size_t i = 0; status == OK && i < args.size(); ++i) status = data.writeString16(args[i]);
+    if (status != OK) return status;
+    Parcel reply;
+    return transact(DUMP_TRANSACTION, data, &reply);
+}
+
 status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
     if (recipient == nullptr) return BAD_VALUE;
     std::lock_guard<std::mutex> guard(mLock);

@@ -1,5 +1,8 @@
 #include <binder/Parcel.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <climits>
 #include <cstring>
 
@@ -13,6 +16,8 @@ namespace {
 // the index of the object in the parcel's object table.
 constexpr int32_t kBinderMarker = 0x5A424F4A;  // "ZBOJ"
 constexpr int32_t kNullBinderMarker = 0x5A424E55;  // "ZBNU"
+// Where a file descriptor was written: the marker, then its index.
+constexpr int32_t kFdMarker = 0x5A424644;  // "ZBFD"
 // Strict-mode header that precedes an interface token (penalty-gather bit).
 constexpr int32_t kStrictModeHeader = static_cast<int32_t>(1u << 31);
 // Largest parcel, as libbinder: offsets are 32-bit.
@@ -42,7 +47,14 @@ private:
 }  // namespace
 
 Parcel::Parcel() = default;
-Parcel::~Parcel() = default;
+Parcel::~Parcel() { releaseFds(); }
+
+void Parcel::releaseFds() {
+    for (const FileDescriptor& entry : mFds) {
+        if (entry.owned) close(entry.fd);
+    }
+    mFds.clear();
+}
 
 const uint8_t* Parcel::data() const { return mData.data(); }
 size_t Parcel::dataSize() const { return mData.size(); }
@@ -74,6 +86,7 @@ status_t Parcel::setData(const uint8_t* buffer, size_t len) {
     }
     mDataPos = 0;
     mObjects.clear();
+    releaseFds();
     return OK;
 }
 
@@ -82,6 +95,7 @@ void Parcel::freeData() {
     mData.shrink_to_fit();
     mDataPos = 0;
     mObjects.clear();
+    releaseFds();
 }
 
 size_t Parcel::objectsCount() const { return mObjects.size(); }
@@ -235,6 +249,32 @@ status_t Parcel::writeStrongBinderVector(const std::vector<sp<IBinder>>& val) {
     if (val.size() > INT32_MAX) return BAD_VALUE;
     status_t status = writeInt32(static_cast<int32_t>(val.size()));
     for (size_t i = 0; status == OK && i < val.size(); ++i) status = writeStrongBinder(val[i]);
+    return status;
+}
+
+status_t Parcel::writeFileDescriptor(int fd, bool takeOwnership) {
+    if (fd < 0) return BAD_VALUE;
+    if (mFds.size() >= INT32_MAX) return NO_MEMORY;
+    status_t status = writeInt32(kFdMarker);
+    if (status == OK) status = writeInt32(static_cast<int32_t>(mFds.size()));
+    if (status == OK) mFds.push_back(FileDescriptor{fd, takeOwnership});
+    return status;
+}
+
+status_t Parcel::writeDupFileDescriptor(int fd) {
+    const int dup = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (dup < 0) return -errno;
+    const status_t status = writeFileDescriptor(dup, true);
+    if (status != OK) close(dup);
+    return status;
+}
+
+status_t Parcel::writeUniqueFileDescriptor(const base::unique_fd& fd) { return writeDupFileDescriptor(fd.get()); }
+
+status_t Parcel::writeUniqueFileDescriptorVector(const std::vector<base::unique_fd>& val) {
+    if (val.size() > INT32_MAX) return BAD_VALUE;
+    status_t status = writeInt32(static_cast<int32_t>(val.size()));
+    for (size_t i = 0; status == OK && i < val.size(); ++i) status = writeUniqueFileDescriptor(val[i]);
     return status;
 }
 
@@ -483,6 +523,29 @@ status_t Parcel::readParcelable(Parcelable* parcelable) const {
     if (status != OK) return status;
     if (haveParcelable == 0) return UNEXPECTED_NULL;
     return parcelable->readFromParcel(this);
+}
+
+int Parcel::readFileDescriptor() const {
+    PositionGuard guard(*this);
+    int32_t marker;
+    int32_t index;
+    if (readInt32(&marker) != OK || readInt32(&index) != OK || marker != kFdMarker || index < 0 ||
+        static_cast<size_t>(index) >= mFds.size()) {
+        return BAD_TYPE;
+    }
+    guard.done(OK);
+    return mFds[static_cast<size_t>(index)].fd;
+}
+
+status_t Parcel::readUniqueFileDescriptor(base::unique_fd* val) const {
+    const int fd = readFileDescriptor();
+    if (fd < 0) return BAD_TYPE;
+    val->reset(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    return val->get() < 0 ? BAD_VALUE : OK;
+}
+
+status_t Parcel::readUniqueFileDescriptorVector(std::vector<base::unique_fd>* val) const {
+    return readTypedVector(val, &Parcel::readUniqueFileDescriptor);
 }
 
 int32_t Parcel::readExceptionCode() const {

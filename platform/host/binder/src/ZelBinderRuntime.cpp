@@ -3,13 +3,13 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -39,7 +39,7 @@ using android::sp;
 namespace {
 
 // epoll data: what kind of source in the top byte, an id below.
-enum Tag : uint64_t { kTagListener = 1, kTagWake = 2, kTagIncoming = 3, kTagPeer = 4, kTagExit = 5 };
+enum Tag : uint64_t { kTagListener = 1, kTagWake = 2, kTagIncoming = 3, kTagPeer = 4, kTagExit = 5, kTagTimer = 6 };
 constexpr int kTagShift = 56;
 constexpr uint64_t kIdMask = (uint64_t{1} << kTagShift) - 1;
 uint64_t makeTag(Tag tag, uint64_t id) { return (static_cast<uint64_t>(tag) << kTagShift) | id; }
@@ -47,10 +47,9 @@ uint64_t makeTag(Tag tag, uint64_t id) { return (static_cast<uint64_t>(tag) << k
 constexpr size_t kDefaultMaxThreads = 15;
 // A spawned pool thread idle this long leaves if another thread is idle.
 constexpr int kIdleExitMs = 2000;
-// One-way frames queued per connection before it stops being read.
-constexpr size_t kMaxQueuedOneway = 64;
-// How long a peer may take to take a reply before its connection is closed.
-constexpr int kReplyTimeoutSeconds = 5;
+using Clock = ZelDeadlines::Clock;
+using Kind = ZelDeadlines::Kind;
+constexpr Clock::time_point kNever = Clock::time_point::max();
 
 bool makeDirectory(const std::string& path, mode_t mode) {
     return mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
@@ -101,28 +100,34 @@ void unlinkAtExit(const std::string& path) {
     gExitSockets->emplace_back(getpid(), path);
 }
 
-void setReplyTimeout(int fd) {
-    timeval tv{kReplyTimeoutSeconds, 0};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+// True once the process behind `pidfd` has exited.
+bool processExited(int pidfd) {
+    pollfd exited{pidfd, POLLIN, 0};
+    return poll(&exited, 1, 0) > 0;
 }
 
 }  // namespace
 
-// A connection another process opened to this one.
+// A connection another process opened to this one. The thread that set
+// `reading` owns the reader and the input deadline until it clears it.
 struct ZelBinderRuntime::Incoming {
     uint64_t id = 0;
     unique_fd fd;
     pid_t pid = 0;
     uid_t uid = 0;
-    std::mutex writeLock;  // one reply at a time; leaf lock
-    std::mutex readLock;   // held by the thread reading; leaf lock
+    ZelSendQueue out;
     ZelFrameReader reader;
+    Clock::time_point inputDeadline = kNever;  // for the HELLO, or for the frame begun
 
-    std::mutex lock;  // guards the fields below; leaf lock
+    std::mutex lock;  // guards the fields below; taken before out's lock
     std::string endpoint;  // from HELLO; empty until then
+    bool reading = false;
+    bool paused = false;     // not read until its one-way calls drain
+    bool replyOwed = false;  // a synchronous call of the caller runs
+    bool closed = false;
     std::deque<Call> oneway;  // waiting behind the one-way call being run
+    size_t onewayBytes = 0;
     bool onewayRunning = false;
-    bool rearmPending = false;  // reading stopped while `oneway` is full
 };
 
 ZelBinderRuntime& ZelBinderRuntime::instance() {
@@ -136,7 +141,10 @@ ZelBinderRuntime& ZelBinderRuntime::instance() {
 }
 
 ZelBinderRuntime::ZelBinderRuntime()
-    : mPid(getpid()), mEndpoint(zelNewEndpointName()), mMaxThreads(kDefaultMaxThreads) {}
+    : mPid(getpid()),
+      mEndpoint(zelNewEndpointName()),
+      mDeadlines(ZelRuntimeDeadlines::fromEnvironment()),
+      mMaxThreads(kDefaultMaxThreads) {}
 
 status_t ZelBinderRuntime::ensureOnline() {
     std::lock_guard<std::mutex> guard(mLock);
@@ -164,7 +172,8 @@ status_t ZelBinderRuntime::ensureOnline() {
     wake.data.u64 = makeTag(kTagWake, 0);
     if (mEpollFd.get() < 0 || mWakeFd.get() < 0 ||
         epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mListenFd.get(), &listen) != 0 ||
-        epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mWakeFd.get(), &wake) != 0) {
+        epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mWakeFd.get(), &wake) != 0 ||
+        mTimer.init(mEpollFd.get(), makeTag(kTagTimer, 0)) != OK) {
         ZEL_BINDER_LOGE("cannot set up the binder event loop: %s", strerror(errno));
         return NO_INIT;
     }
@@ -176,8 +185,17 @@ status_t ZelBinderRuntime::ensureOnline() {
 // ---- parcels and references ------------------------------------------------
 
 status_t ZelBinderRuntime::flatten(const Parcel& parcel, const std::string& to, ZelFrame* frame) {
-    if (parcel.mData.size() > kZelMaxPayload || parcel.mObjects.size() > kZelMaxObjects) {
+    if (parcel.mData.size() > kZelMaxPayload || parcel.mObjects.size() > kZelMaxObjects ||
+        parcel.mFds.size() > kZelMaxFds) {
         return FAILED_TRANSACTION;
+    }
+    // The frame owns dups of the parcel's descriptors: it may wait to be
+    // sent after the parcel is gone. Made first, so that nothing is exported
+    // for a frame that cannot be made.
+    frame->fds.clear();
+    for (const Parcel::FileDescriptor& entry : parcel.mFds) {
+        frame->fds.emplace_back(fcntl(entry.fd, F_DUPFD_CLOEXEC, 0));
+        if (frame->fds.back().get() < 0) return FAILED_TRANSACTION;
     }
     frame->payload = parcel.mData;
     frame->objects.clear();
@@ -196,6 +214,8 @@ status_t ZelBinderRuntime::flatten(const Parcel& parcel, const std::string& to, 
 }
 
 void ZelBinderRuntime::unflatten(ZelFrame&& frame, const std::string& from, Parcel* parcel) {
+    parcel->releaseFds();
+    for (unique_fd& fd : frame.fds) parcel->mFds.push_back(Parcel::FileDescriptor{fd.release(), true});
     parcel->mData = std::move(frame.payload);
     parcel->mDataPos = 0;
     parcel->mObjects.clear();
@@ -276,31 +296,63 @@ void ZelBinderRuntime::watchPeer(const std::shared_ptr<ZelPeer>& peer, int fd) {
         std::lock_guard<std::mutex> guard(mLock);
         mWatchedPeers[peer->id()] = peer;
     }
-    // Hang-up only: replies on this connection are read by their callers.
+    // Not for input: replies on this connection are read by their callers.
     epoll_event ev{};
     ev.events = EPOLLRDHUP | EPOLLONESHOT;
     ev.data.u64 = makeTag(kTagPeer, peer->id());
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, fd, &ev);
 }
 
+void ZelBinderRuntime::armPeer(uint64_t peerId, int fd, bool writable) {
+    epoll_event ev{};
+    ev.events = EPOLLRDHUP | EPOLLONESHOT | (writable ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+    ev.data.u64 = makeTag(kTagPeer, peerId);
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, fd, &ev);
+}
+
+void ZelBinderRuntime::setSendDeadline(uint64_t peerId, Clock::time_point when) {
+    mTimer.set({peerId, Kind::OUTPUT}, when);
+}
+
 void ZelBinderRuntime::watchExit(const std::string& endpoint, pid_t pid) {
     if (pid <= 0) return;
+    bool overBound = false;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        auto of = mExitWatchOf.find(pid);
+        if (of != mExitWatchOf.end()) {
+            ExitWatch& watch = mExitWatches.at(of->second);
+            if (!processExited(watch.pidfd.get())) {  // the same process: its one pidfd
+                overBound = watch.endpoints.count(endpoint) == 0 &&
+                            watch.endpoints.size() >= kZelMaxEndpointsPerProcess;
+                if (!overBound) {
+                    watch.endpoints.insert(endpoint);
+                    return;
+                }
+            } else {
+                mExitWatchOf.erase(of);  // an earlier process of that pid; its exit is on its way
+            }
+        }
+    }
+    if (overBound) return onEndpointGone(endpoint);
     unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     if (pidfd.get() < 0) {
         if (errno == ESRCH) onEndpointGone(endpoint);
         return;
     }
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        if (mExitWatchOf.count(endpoint) != 0) return;
-        const uint64_t id = mNextId++;
-        epoll_event ev{};
-        ev.events = EPOLLIN | EPOLLONESHOT;
-        ev.data.u64 = makeTag(kTagExit, id);
-        if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, pidfd.get(), &ev) != 0) return;
-        mExitWatchOf[endpoint] = id;
-        mExitWatches[id] = ExitWatch{std::move(pidfd), endpoint};
+    std::lock_guard<std::mutex> guard(mLock);
+    auto of = mExitWatchOf.find(pid);
+    if (of != mExitWatchOf.end()) {  // made meanwhile by another thread
+        mExitWatches.at(of->second).endpoints.insert(endpoint);
+        return;
     }
+    const uint64_t id = mNextId++;
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.u64 = makeTag(kTagExit, id);
+    if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, pidfd.get(), &ev) != 0) return;
+    mExitWatchOf[pid] = id;
+    mExitWatches[id] = ExitWatch{std::move(pidfd), pid, {endpoint}};
 }
 
 void ZelBinderRuntime::onEndpointGone(const std::string& endpoint) {
@@ -399,7 +451,7 @@ void ZelBinderRuntime::poolLoop(bool isMain, bool counted) {
     if (counted) mSpawnedThreads -= 1;
 }
 
-void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
+void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t events) {
     const uint64_t id = tag & kIdMask;
     switch (static_cast<Tag>(tag >> kTagShift)) {
         case kTagListener:
@@ -407,14 +459,18 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
             return;
         case kTagWake:
             return;
+        case kTagTimer:
+            onTimer();
+            return;
         case kTagIncoming: {
-            std::shared_ptr<Incoming> conn;
-            {
-                std::lock_guard<std::mutex> guard(mLock);
-                auto it = mIncoming.find(id);
-                if (it != mIncoming.end()) conn = it->second;
+            const std::shared_ptr<Incoming> conn = incoming(id);
+            if (conn == nullptr) return;
+            if ((events & EPOLLOUT) != 0) flushIncoming(conn, false);
+            if ((events & ~EPOLLOUT) != 0) {
+                serveConnection(conn);
+            } else {
+                arm(conn);
             }
-            if (conn != nullptr) serveConnection(conn);
             return;
         }
         case kTagPeer: {
@@ -424,60 +480,117 @@ void ZelBinderRuntime::dispatch(uint64_t tag, uint32_t /*events*/) {
                 auto it = mWatchedPeers.find(id);
                 if (it != mWatchedPeers.end()) peer = it->second.lock();
             }
-            if (peer != nullptr) onPeerDead(peer);
+            if (peer == nullptr) return;
+            if ((events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
+                onPeerDead(peer);
+            } else {
+                peer->onWritable();
+            }
             return;
         }
         case kTagExit: {
-            std::string endpoint;
+            std::set<std::string> endpoints;
             {
                 std::lock_guard<std::mutex> guard(mLock);
                 auto it = mExitWatches.find(id);
                 if (it == mExitWatches.end()) return;
-                endpoint = it->second.endpoint;
-                mExitWatchOf.erase(endpoint);
+                endpoints = std::move(it->second.endpoints);
+                auto of = mExitWatchOf.find(it->second.pid);
+                if (of != mExitWatchOf.end() && of->second == id) mExitWatchOf.erase(of);
                 mExitWatches.erase(it);  // closes the pidfd
             }
-            onEndpointGone(endpoint);
+            for (const std::string& endpoint : endpoints) onEndpointGone(endpoint);
             return;
         }
     }
 }
 
+void ZelBinderRuntime::onTimer() {
+    for (const ZelDeadlines::Key& key : mTimer.takeExpired()) {
+        if (key.kind == Kind::ACCEPT) {
+            armListener();
+            continue;
+        }
+        if (const std::shared_ptr<Incoming> conn = incoming(key.id)) {
+            if (key.kind == Kind::INPUT) {
+                serveConnection(conn);
+            } else {
+                flushIncoming(conn, true);
+            }
+            continue;
+        }
+        std::shared_ptr<ZelPeer> peer;
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            auto it = mWatchedPeers.find(key.id);
+            if (it != mWatchedPeers.end()) peer = it->second.lock();
+        }
+        if (peer != nullptr) peer->onSendDeadline();
+    }
+}
+
 // ---- incoming connections ------------------------------------------------------
+
+std::shared_ptr<ZelBinderRuntime::Incoming> ZelBinderRuntime::incoming(uint64_t id) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto it = mIncoming.find(id);
+    return it != mIncoming.end() ? it->second : nullptr;
+}
 
 void ZelBinderRuntime::acceptAll() {
     for (;;) {
         const int fd = accept4(mListenFd.get(), nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
-            if (errno == EINTR) continue;
-            if (errno != EAGAIN && errno != EWOULDBLOCK) {
-                ZEL_BINDER_LOGE("accept failed: %s", strerror(errno));
-            }
-            break;
+            if (errno == EINTR || errno == ECONNABORTED) continue;
+            if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+            // Out of descriptors or memory: the listener stays readable, so
+            // it is not armed again until a pause has passed.
+            return pauseAccepting(errno);
         }
+        if (mAcceptPauseMs.exchange(0) != 0) ZEL_BINDER_LOGI("accepting connections again");
         auto conn = std::make_shared<Incoming>();
         conn->fd.reset(fd);
         zelPeerCredentials(fd, &conn->pid, &conn->uid);
-        setReplyTimeout(fd);
+        conn->inputDeadline = Clock::now() + mDeadlines.hello;
         {
             std::lock_guard<std::mutex> guard(mLock);
             conn->id = mNextId++;
             mIncoming[conn->id] = conn;
         }
+        mTimer.set({conn->id, Kind::INPUT}, conn->inputDeadline);
         epoll_event ev{};
         ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
         ev.data.u64 = makeTag(kTagIncoming, conn->id);
         if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, fd, &ev) != 0) closeIncoming(conn, "epoll");
     }
+    armListener();
+}
+
+void ZelBinderRuntime::pauseAccepting(int error) {
+    const int64_t last = mAcceptPauseMs.load();
+    const int64_t pause = last == 0 ? kZelFirstAcceptPause.count() : std::min(2 * last, kZelLastAcceptPause.count());
+    mAcceptPauseMs = pause;
+    if (last == 0) {
+        ZEL_BINDER_LOGE("cannot accept connections: %s; trying again at pauses of up to %lld ms", strerror(error),
+                        static_cast<long long>(kZelLastAcceptPause.count()));
+    }
+    mTimer.set({0, Kind::ACCEPT}, Clock::now() + std::chrono::milliseconds(pause));
+}
+
+void ZelBinderRuntime::armListener() {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLONESHOT;
     ev.data.u64 = makeTag(kTagListener, 0);
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, mListenFd.get(), &ev);
 }
 
-void ZelBinderRuntime::rearm(const std::shared_ptr<Incoming>& conn) {
+void ZelBinderRuntime::arm(const std::shared_ptr<Incoming>& conn) {
+    std::lock_guard<std::mutex> guard(conn->lock);
+    if (conn->closed) return;
     epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+    ev.events = EPOLLONESHOT;
+    if (!conn->reading && !conn->paused) ev.events |= EPOLLIN | EPOLLRDHUP;
+    if (conn->out.pending() > 0) ev.events |= EPOLLOUT;
     ev.data.u64 = makeTag(kTagIncoming, conn->id);
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, conn->fd.get(), &ev);
 }
@@ -487,42 +600,50 @@ void ZelBinderRuntime::closeIncoming(const std::shared_ptr<Incoming>& conn, cons
         std::lock_guard<std::mutex> guard(mLock);
         if (mIncoming.erase(conn->id) == 0) return;
     }
+    std::string endpoint;
+    {
+        std::lock_guard<std::mutex> guard(conn->lock);
+        conn->closed = true;
+        endpoint = conn->endpoint;
+    }
+    mTimer.clear(conn->id);
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, conn->fd.get(), nullptr);
     shutdown(conn->fd.get(), SHUT_RDWR);
     if (why != nullptr) {
         ZEL_BINDER_LOGW("closing the connection from pid %d: %s", static_cast<int>(conn->pid), why);
     }
-    std::string endpoint;
-    {
-        std::lock_guard<std::mutex> guard(conn->lock);
-        endpoint = conn->endpoint;
-    }
     if (!endpoint.empty()) watchExit(endpoint, conn->pid);
 }
 
 void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
-    std::vector<ZelFrame> frames;
-    status_t status;
-    {
-        std::lock_guard<std::mutex> guard(conn->readLock);
-        status = conn->reader.readAvailable(conn->fd.get(), &frames);
-    }
     std::string endpoint;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
+        if (conn->reading || conn->paused || conn->closed) return;
+        conn->reading = true;
         endpoint = conn->endpoint;
     }
+    std::vector<ZelFrame> frames;
+    const status_t status = conn->reader.readAvailable(conn->fd.get(), &frames);
+
     // Frames are taken in arrival order: references first resolved, one-way
     // calls queued, synchronous calls kept to run here.
     std::vector<Call> syncCalls;
     const char* fault = status == OK || status == DEAD_OBJECT ? nullptr : "malformed frame";
     for (ZelFrame& frame : frames) {
         if (endpoint.empty()) {
-            endpoint.assign(frame.payload.begin(), frame.payload.end());
-            if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(endpoint)) {
+            const std::string named(frame.payload.begin(), frame.payload.end());
+            if (frame.type != ZelFrameType::HELLO || !isValidZelEndpoint(named)) {
                 fault = "no HELLO";
                 break;
             }
+            // An endpoint is named after the process that owns it; taking
+            // another's would let this peer end it here.
+            if (zelEndpointPid(named) != conn->pid) {
+                fault = "HELLO names another process's endpoint";
+                break;
+            }
+            endpoint = named;
             std::lock_guard<std::mutex> guard(conn->lock);
             conn->endpoint = endpoint;
             continue;
@@ -542,30 +663,52 @@ void ZelBinderRuntime::serveConnection(const std::shared_ptr<Incoming>& conn) {
         call.target = mExports.lookup(frame.handle);
         call.data = std::make_unique<Parcel>();
         unflatten(std::move(frame), endpoint, call.data.get());
+        std::lock_guard<std::mutex> guard(conn->lock);
         if ((call.flags & kZelFlagOneway) != 0) {
-            std::lock_guard<std::mutex> guard(conn->lock);
+            conn->onewayBytes += call.data->dataSize();
             conn->oneway.push_back(std::move(call));
-        } else {
-            syncCalls.push_back(std::move(call));
+            continue;
+        }
+        // One synchronous call at a time per connection, the reply taken
+        // before the next: a caller's output is at most one reply.
+        if (conn->replyOwed || conn->out.pending() > 0) {
+            fault = "called again before taking its reply";
+            break;
+        }
+        conn->replyOwed = true;
+        syncCalls.push_back(std::move(call));
+    }
+
+    // The HELLO, and each frame from its first byte, must arrive in time.
+    if (fault == nullptr && status == OK) {
+        const bool named = !endpoint.empty();
+        if (named && !conn->reader.midFrame()) {
+            conn->inputDeadline = kNever;
+        } else if (named && (!frames.empty() || conn->inputDeadline == kNever)) {
+            conn->inputDeadline = Clock::now() + mDeadlines.frame;  // a frame begins
+            mTimer.set({conn->id, Kind::INPUT}, conn->inputDeadline);
+        } else if (Clock::now() >= conn->inputDeadline) {
+            fault = named ? "frame not completed in time" : "no HELLO in time";
         }
     }
 
     bool drain = false;
-    bool keepReading = true;
     {
         std::lock_guard<std::mutex> guard(conn->lock);
         if (!conn->oneway.empty() && !conn->onewayRunning) {
             conn->onewayRunning = true;
             drain = true;
         }
-        // A full queue stops reading the connection until it drains.
-        keepReading = conn->oneway.size() < kMaxQueuedOneway;
-        conn->rearmPending = !keepReading;
+        // A full queue stops reading the connection (and judging its
+        // deadline) until it drains.
+        conn->paused = conn->oneway.size() >= kZelMaxQueuedOneway || conn->onewayBytes >= kZelMaxQueuedOnewayBytes;
+        if (conn->paused) conn->inputDeadline = kNever;
+        conn->reading = false;
     }
     if (status != OK || fault != nullptr) {
         closeIncoming(conn, fault);
-    } else if (keepReading) {
-        rearm(conn);
+    } else {
+        arm(conn);
     }
     if (drain || !syncCalls.empty()) spareThreadIfNeeded();
     // Earlier one-way calls of this caller go before its synchronous call.
@@ -584,14 +727,20 @@ void ZelBinderRuntime::drainOneway(const std::shared_ptr<Incoming>& conn, const 
             } else {
                 call = std::move(conn->oneway.front());
                 conn->oneway.pop_front();
+                conn->onewayBytes -= call.data->dataSize();
             }
-            if (conn->rearmPending && conn->oneway.size() < kMaxQueuedOneway / 2) {
-                conn->rearmPending = false;
+            if (conn->paused && conn->oneway.size() < kZelMaxQueuedOneway / 2 &&
+                conn->onewayBytes < kZelMaxQueuedOnewayBytes / 2) {
+                conn->paused = false;
                 resume = true;
             }
             if (!conn->onewayRunning && !resume) return;
         }
-        if (resume) rearm(conn);
+        if (resume) {
+            arm(conn);
+            // A frame begun before the pause is judged afresh.
+            mTimer.set({conn->id, Kind::INPUT}, Clock::now());
+        }
         if (call.data == nullptr) return;
         execute(conn, endpoint, std::move(call));
     }
@@ -618,13 +767,35 @@ void ZelBinderRuntime::execute(const std::shared_ptr<Incoming>& conn, const std:
         answer.code = static_cast<uint32_t>(FAILED_TRANSACTION);
         answer.payload.clear();
         answer.objects.clear();
+        answer.fds.clear();
     }
-    status_t written;
+    sendReply(conn, std::move(answer));
+}
+
+void ZelBinderRuntime::sendReply(const std::shared_ptr<Incoming>& conn, ZelFrame&& answer) {
+    std::vector<uint8_t> bytes;
+    if (encodeZelFrame(answer, &bytes) != OK) return closeIncoming(conn, "reply cannot be encoded");
     {
-        std::lock_guard<std::mutex> guard(conn->writeLock);
-        written = zelWriteFrame(conn->fd.get(), answer);
+        std::lock_guard<std::mutex> guard(conn->lock);
+        conn->replyOwed = false;  // the caller may call again once it has the reply
     }
-    if (written != OK) closeIncoming(conn, nullptr);
+    bool waiting = false;
+    if (conn->out.push(conn->fd.get(), std::move(bytes), std::move(answer.fds), &waiting) != OK) {
+        return closeIncoming(conn, nullptr);
+    }
+    if (!waiting) return;
+    // The rest goes out when the caller reads; this thread is free.
+    mTimer.set({conn->id, Kind::OUTPUT}, conn->out.lastProgress() + mDeadlines.send);
+    arm(conn);
+}
+
+void ZelBinderRuntime::flushIncoming(const std::shared_ptr<Incoming>& conn, bool deadline) {
+    bool waiting = false;
+    if (conn->out.flush(conn->fd.get(), &waiting) != OK) return closeIncoming(conn, nullptr);
+    if (!waiting || !deadline) return;
+    const Clock::time_point due = conn->out.lastProgress() + mDeadlines.send;
+    if (Clock::now() >= due) return closeIncoming(conn, "reply not taken in time");
+    mTimer.set({conn->id, Kind::OUTPUT}, due);
 }
 
 ZelBinderStats ZelBinderRuntime::stats() const {

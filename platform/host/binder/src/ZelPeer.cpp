@@ -1,8 +1,11 @@
 #include "ZelPeer.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
+#include "ZelBinderLog.h"
 #include "ZelBinderRuntime.h"
+#include "ZelRuntimeLimits.h"
 
 namespace zel::binder {
 
@@ -28,7 +31,13 @@ status_t ZelPeer::openLocked(std::shared_ptr<Connection>* out) {
     hello.type = ZelFrameType::HELLO;
     const std::string& self = mRuntime.endpoint();
     hello.payload.assign(self.begin(), self.end());
-    if (zelWriteFrame(conn->fd.get(), hello) != OK) return DEAD_OBJECT;
+    std::vector<uint8_t> bytes;
+    bool waiting = false;
+    // A new connection takes a HELLO at once, or is broken.
+    if (encodeZelFrame(hello, &bytes) != OK || conn->out.push(conn->fd.get(), std::move(bytes), {}, &waiting) != OK ||
+        waiting) {
+        return DEAD_OBJECT;
+    }
     *out = std::move(conn);
     return OK;
 }
@@ -74,12 +83,67 @@ void ZelPeer::checkin(const std::shared_ptr<Connection>& conn) {
     }
 }
 
-status_t ZelPeer::writeFrame(Connection& conn, const ZelFrame& frame) {
+status_t ZelPeer::send(Connection& conn, ZelFrame&& frame, bool mayLeave) {
     std::vector<uint8_t> bytes;
     status_t status = encodeZelFrame(frame, &bytes);
     if (status != OK) return status;
-    std::lock_guard<std::mutex> guard(conn.writeLock);
-    return zelWriteAll(conn.fd.get(), bytes.data(), bytes.size());
+    bool waiting = false;
+    status = conn.out.push(conn.fd.get(), std::move(bytes), std::move(frame.fds), &waiting);
+    if (status != OK || !waiting) return status;
+    if (mayLeave && mRuntime.poolServing()) {
+        armPrimary(conn);
+        return OK;
+    }
+    return drain(conn);
+}
+
+status_t ZelPeer::drain(Connection& conn) {
+    for (;;) {
+        bool waiting = false;
+        if (conn.out.flush(conn.fd.get(), &waiting) != OK) return DEAD_OBJECT;
+        if (!waiting) return OK;
+        const auto left = conn.out.lastProgress() + mRuntime.deadlines().send - ZelSendQueue::Clock::now();
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
+        if (ms <= 0) return DEAD_OBJECT;
+        pollfd writable{conn.fd.get(), POLLOUT, 0};
+        poll(&writable, 1, static_cast<int>(ms) + 1);
+    }
+}
+
+void ZelPeer::armPrimary(Connection& conn) {
+    std::lock_guard<std::mutex> guard(conn.armLock);
+    const bool waiting = conn.out.pending() > 0;
+    mRuntime.armPeer(mId, conn.fd.get(), waiting);
+    if (waiting) mRuntime.setSendDeadline(mId, conn.out.lastProgress() + mRuntime.deadlines().send);
+}
+
+std::shared_ptr<ZelPeer::Connection> ZelPeer::currentPrimary() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mPrimary;
+}
+
+void ZelPeer::onWritable() {
+    const std::shared_ptr<Connection> conn = currentPrimary();
+    if (conn == nullptr) return;
+    bool waiting = false;
+    if (conn->out.flush(conn->fd.get(), &waiting) != OK) {
+        fail(DEAD_OBJECT);
+        return;
+    }
+    armPrimary(*conn);
+}
+
+void ZelPeer::onSendDeadline() {
+    const std::shared_ptr<Connection> conn = currentPrimary();
+    if (conn == nullptr) return;
+    bool waiting = false;
+    if (conn->out.flush(conn->fd.get(), &waiting) == OK && !waiting) return;
+    if (conn->out.lastProgress() + mRuntime.deadlines().send > ZelSendQueue::Clock::now()) {
+        armPrimary(*conn);  // it took some since: a later deadline
+        return;
+    }
+    ZEL_BINDER_LOGW("%s takes nothing of what is sent to it: treated as gone", mEndpoint.c_str());
+    fail(DEAD_OBJECT);
 }
 
 status_t ZelPeer::fail(status_t status) {
@@ -102,23 +166,28 @@ status_t ZelPeer::transact(uint32_t handle, uint32_t code, const Parcel& data, P
 
     std::shared_ptr<Connection> conn;
     if ((oneway ? primary(&conn) : checkout(&conn)) != OK) return fail(DEAD_OBJECT);
-    // Objects are exported only once the frame is sure to be sent; if the
-    // write fails the peer is dead and its pending transfers are dropped.
+    // As on a device when the receiver's buffer is full: the call fails, the
+    // peer stays.
+    if (conn->out.pending() + data.dataSize() > kZelMaxPendingOutput) {
+        if (!oneway) checkin(conn);
+        return FAILED_TRANSACTION;
+    }
+    // A frame that cannot be made (descriptors that cannot be duplicated)
+    // exports nothing and leaves the peer alone. Objects are exported only
+    // once the frame is sure to be sent; if the send fails the peer is dead
+    // and its pending transfers are dropped.
     status_t status = mRuntime.flatten(data, mEndpoint, &frame);
-    if (status == OK) status = writeFrame(*conn, frame);
+    if (status == OK && send(*conn, std::move(frame), oneway) != OK) status = fail(DEAD_OBJECT);
     if (status != OK) {
         if (!oneway) checkin(conn);
-        return fail(DEAD_OBJECT);
+        return status;
     }
     if (oneway) return OK;
 
     ZelFrame answer;
     status = conn->reader.readOne(conn->fd.get(), &answer);
-    if (status != OK || answer.type != ZelFrameType::REPLY) {
-        checkin(conn);
-        return fail(DEAD_OBJECT);
-    }
     checkin(conn);
+    if (status != OK || answer.type != ZelFrameType::REPLY) return fail(DEAD_OBJECT);
     const auto result = static_cast<status_t>(answer.code);
     if (reply != nullptr) {
         mRuntime.unflatten(std::move(answer), mEndpoint, reply);
@@ -137,7 +206,7 @@ status_t ZelPeer::sendRefs(uint32_t handle, int32_t holdDelta, uint32_t acknowle
     frame.flags = acknowledged;
     frame.handle = handle;
     std::shared_ptr<Connection> conn;
-    if (primary(&conn) != OK || writeFrame(*conn, frame) != OK) return fail(DEAD_OBJECT);
+    if (primary(&conn) != OK || send(*conn, std::move(frame), true) != OK) return fail(DEAD_OBJECT);
     return OK;
 }
 

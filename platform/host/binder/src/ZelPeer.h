@@ -10,6 +10,8 @@
 
 #include <binder/Parcel.h>
 
+#include "ZelFrameReader.h"
+#include "ZelSendQueue.h"
 #include "ZelSocket.h"
 
 namespace zel::binder {
@@ -26,6 +28,14 @@ class ZelBinderRuntime;
 // free and otherwise a spare one, and reads its own reply there: exactly one
 // synchronous call is in flight on a connection. The primary connection is
 // watched for hang-up, which is how the runtime learns that the process died.
+//
+// Nothing here waits on the peer while holding a lock. Connecting never
+// waits. What a connection cannot take at once waits in its send queue: a
+// synchronous caller waits (unlocked) for its request to go out, as it then
+// waits for the reply; a one-way call or reference update leaves the rest to
+// the pool threads, which send it when the primary connection is writable
+// (without a pool, the caller sends it itself). A peer that takes none of
+// what waits for it for the send deadline is treated as gone.
 class ZelPeer : public std::enable_shared_from_this<ZelPeer> {
 public:
     ZelPeer(ZelBinderRuntime& runtime, std::string endpoint, uint64_t id);
@@ -49,24 +59,39 @@ public:
     // afterwards.
     void close();
 
+    // Pool threads: the primary connection is writable again, or its send
+    // deadline has come.
+    void onWritable();
+    void onSendDeadline();
+
     // Guarded by the runtime's lock: proxies that use this peer.
     size_t mProxyCount = 0;
 
 private:
     struct Connection {
         unique_fd fd;
-        std::mutex writeLock;  // one frame at a time; leaf lock
+        ZelSendQueue out;
         ZelFrameReader reader;  // used by the synchronous call that has the connection
+        std::mutex armLock;     // orders the epoll updates of the primary; before out's and the timer's lock
     };
 
     // Opens a connection and introduces this process on it.
     status_t openLocked(std::shared_ptr<Connection>* out);
     status_t primaryLocked(std::shared_ptr<Connection>* out);
     status_t primary(std::shared_ptr<Connection>* out);
+    // The primary connection if one is open; opens none.
+    std::shared_ptr<Connection> currentPrimary();
     // A connection for one synchronous call: the primary when free.
     status_t checkout(std::shared_ptr<Connection>* out);
     void checkin(const std::shared_ptr<Connection>& conn);
-    status_t writeFrame(Connection& conn, const ZelFrame& frame);
+    // Sends `frame` on `conn`. With `mayLeave` (the primary, in a process
+    // whose pool runs) what the socket does not take now is left to the pool.
+    status_t send(Connection& conn, ZelFrame&& frame, bool mayLeave);
+    // Sends what waits on `conn`, waiting (unlocked) for it to be writable;
+    // DEAD_OBJECT when it takes nothing for the send deadline.
+    status_t drain(Connection& conn);
+    // Watches the primary for hang-up, and for room while bytes wait on it.
+    void armPrimary(Connection& conn);
     // The peer failed on `status`: it is treated as gone. Call without mLock.
     status_t fail(status_t status);
 
@@ -76,7 +101,7 @@ private:
     std::atomic<bool> mDead{false};
 
     // Guards the connections below. May be held while taking the runtime's
-    // lock (watchPeer); never while taking a connection's writeLock.
+    // lock (watchPeer); never across a call that waits.
     std::mutex mLock;
     std::shared_ptr<Connection> mPrimary;
     bool mPrimaryBusy = false;  // a synchronous call is reading from the primary

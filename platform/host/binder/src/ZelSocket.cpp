@@ -1,11 +1,12 @@
 #include "ZelSocket.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace zel::binder {
@@ -13,8 +14,6 @@ namespace zel::binder {
 using android::BAD_VALUE;
 using android::DEAD_OBJECT;
 using android::OK;
-using android::TIMED_OUT;
-using android::UNKNOWN_ERROR;
 
 namespace {
 
@@ -51,121 +50,13 @@ status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd*
     sockaddr_un addr;
     socklen_t len;
     if (!makeAddress(dir, name, &addr, &len)) return BAD_VALUE;
-    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd.get() < 0) return -errno;
-    if (TEMP_FAILURE_RETRY(connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), len)) != 0) {
-        return DEAD_OBJECT;
-    }
+    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), len) != 0) return DEAD_OBJECT;
+    const int flags = fcntl(fd.get(), F_GETFL);
+    if (flags < 0 || fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) return -errno;
     *out = std::move(fd);
     return OK;
-}
-
-status_t zelWriteAll(int fd, const void* data, size_t len) {
-    const auto* p = static_cast<const uint8_t*>(data);
-    size_t done = 0;
-    while (done < len) {
-        const ssize_t n = TEMP_FAILURE_RETRY(send(fd, p + done, len - done, MSG_NOSIGNAL));
-        if (n < 0) {
-            if (errno == EAGAIN || errno == EWOULDBLOCK) return TIMED_OUT;
-            return DEAD_OBJECT;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return OK;
-}
-
-status_t zelWriteFrame(int fd, const ZelFrame& frame) {
-    std::vector<uint8_t> bytes;
-    status_t status = encodeZelFrame(frame, &bytes);
-    if (status != OK) return status;
-    return zelWriteAll(fd, bytes.data(), bytes.size());
-}
-
-namespace {
-// Room asked of each recv; a buffer larger than kShrinkAbove is given back
-// once it is empty.
-constexpr size_t kReadChunk = 4096;
-constexpr size_t kShrinkAbove = 64 * 1024;
-}  // namespace
-
-status_t ZelFrameReader::fill(int fd, int flags) {
-    size_t want = kReadChunk;
-    const size_t held = mEnd - mBegin;
-    if (held >= kZelFrameHeaderSize) {
-        ZelFrameHeader header;
-        if (decodeZelFrameHeader(mBuffer.get() + mBegin, &header) != OK) return BAD_VALUE;
-        want = std::max(want, kZelFrameHeaderSize + header.bodySize - held);
-    }
-    if (mCapacity - mEnd < want) {
-        if (mBegin > 0) {
-            std::memmove(mBuffer.get(), mBuffer.get() + mBegin, held);
-            mBegin = 0;
-            mEnd = held;
-        }
-        if (mCapacity - mEnd < want) {
-            auto bigger = std::make_unique<uint8_t[]>(mEnd + want);
-            if (mEnd > 0) std::memcpy(bigger.get(), mBuffer.get(), mEnd);
-            mBuffer = std::move(bigger);
-            mCapacity = mEnd + want;
-        }
-    }
-    for (;;) {
-        const ssize_t n = recv(fd, mBuffer.get() + mEnd, mCapacity - mEnd, flags);
-        if (n > 0) {
-            mEnd += static_cast<size_t>(n);
-            return OK;
-        }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return android::WOULD_BLOCK;
-        return mEnd > mBegin ? BAD_VALUE : DEAD_OBJECT;
-    }
-}
-
-status_t ZelFrameReader::take(ZelFrame* out, bool* taken) {
-    *taken = false;
-    const size_t held = mEnd - mBegin;
-    if (held < kZelFrameHeaderSize) return OK;
-    ZelFrameHeader header;
-    if (decodeZelFrameHeader(mBuffer.get() + mBegin, &header) != OK) return BAD_VALUE;
-    const size_t size = kZelFrameHeaderSize + header.bodySize;
-    if (held < size) return OK;
-    status_t status = decodeZelFrameBody(header, mBuffer.get() + mBegin + kZelFrameHeaderSize,
-                                         header.bodySize, out);
-    if (status != OK) return status;
-    *taken = true;
-    mBegin += size;
-    if (mBegin == mEnd) {
-        mBegin = mEnd = 0;
-        if (mCapacity > kShrinkAbove) {
-            mBuffer.reset();
-            mCapacity = 0;
-        }
-    }
-    return OK;
-}
-
-status_t ZelFrameReader::readAvailable(int fd, std::vector<ZelFrame>* out) {
-    status_t status = fill(fd, MSG_DONTWAIT);
-    if (status == android::WOULD_BLOCK) status = OK;  // woken with nothing to read
-    for (;;) {
-        ZelFrame frame;
-        bool taken = false;
-        const status_t parsed = take(&frame, &taken);
-        if (parsed != OK) return parsed;
-        if (!taken) return status;
-        out->push_back(std::move(frame));
-    }
-}
-
-status_t ZelFrameReader::readOne(int fd, ZelFrame* out) {
-    for (;;) {
-        bool taken = false;
-        status_t status = take(out, &taken);
-        if (status != OK || taken) return status;
-        status = fill(fd, 0);
-        if (status == android::WOULD_BLOCK) return android::TIMED_OUT;
-        if (status != OK) return status;
-    }
 }
 
 bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid) {

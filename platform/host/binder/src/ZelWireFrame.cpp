@@ -18,6 +18,13 @@ void putU32(uint8_t* at, uint32_t v) {
     at[3] = static_cast<uint8_t>(v >> 24);
 }
 
+void putU16(uint8_t* at, uint16_t v) {
+    at[0] = static_cast<uint8_t>(v);
+    at[1] = static_cast<uint8_t>(v >> 8);
+}
+
+uint16_t getU16(const uint8_t* at) { return static_cast<uint16_t>(at[0] | (at[1] << 8)); }
+
 uint32_t getU32(const uint8_t* at) {
     return static_cast<uint32_t>(at[0]) | (static_cast<uint32_t>(at[1]) << 8) |
            (static_cast<uint32_t>(at[2]) << 16) | (static_cast<uint32_t>(at[3]) << 24);
@@ -41,7 +48,7 @@ bool isValidZelEndpoint(const std::string& name) {
 }
 
 status_t encodeZelFrame(const ZelFrame& frame, std::vector<uint8_t>* out) {
-    if (frame.payload.size() > kZelMaxPayload) return FAILED_TRANSACTION;
+    if (frame.payload.size() > kZelMaxPayload || frame.fds.size() > kZelMaxFds) return FAILED_TRANSACTION;
     if (frame.objects.size() > kZelMaxObjects || !validType(static_cast<uint16_t>(frame.type))) {
         return BAD_VALUE;
     }
@@ -54,17 +61,15 @@ status_t encodeZelFrame(const ZelFrame& frame, std::vector<uint8_t>* out) {
     out->resize(start + kZelFrameHeaderSize + body);
     uint8_t* h = out->data() + start;
     putU32(h, kZelFrameMagic);
-    h[4] = static_cast<uint8_t>(kZelFrameVersion);
-    h[5] = static_cast<uint8_t>(kZelFrameVersion >> 8);
-    const uint16_t type = static_cast<uint16_t>(frame.type);
-    h[6] = static_cast<uint8_t>(type);
-    h[7] = static_cast<uint8_t>(type >> 8);
+    putU16(h + 4, kZelFrameVersion);
+    putU16(h + 6, static_cast<uint16_t>(frame.type));
     putU32(h + 8, static_cast<uint32_t>(body));
     putU32(h + 12, frame.code);
     putU32(h + 16, frame.flags);
     putU32(h + 20, frame.handle);
     putU32(h + 24, static_cast<uint32_t>(frame.payload.size()));
-    putU32(h + 28, static_cast<uint32_t>(frame.objects.size()));
+    putU16(h + 28, static_cast<uint16_t>(frame.objects.size()));
+    putU16(h + 30, static_cast<uint16_t>(frame.fds.size()));
     uint8_t* p = h + kZelFrameHeaderSize;
     if (!frame.payload.empty()) std::memcpy(p, frame.payload.data(), frame.payload.size());
     p += frame.payload.size();
@@ -79,8 +84,8 @@ status_t encodeZelFrame(const ZelFrame& frame, std::vector<uint8_t>* out) {
 
 status_t decodeZelFrameHeader(const uint8_t* bytes, ZelFrameHeader* out) {
     if (getU32(bytes) != kZelFrameMagic) return BAD_VALUE;
-    const uint16_t version = static_cast<uint16_t>(bytes[4] | (bytes[5] << 8));
-    const uint16_t type = static_cast<uint16_t>(bytes[6] | (bytes[7] << 8));
+    const uint16_t version = getU16(bytes + 4);
+    const uint16_t type = getU16(bytes + 6);
     if (version != kZelFrameVersion || !validType(type)) return BAD_VALUE;
     ZelFrameHeader h;
     h.type = static_cast<ZelFrameType>(type);
@@ -89,16 +94,17 @@ status_t decodeZelFrameHeader(const uint8_t* bytes, ZelFrameHeader* out) {
     h.flags = getU32(bytes + 16);
     h.handle = getU32(bytes + 20);
     h.payloadSize = getU32(bytes + 24);
-    h.objectCount = getU32(bytes + 28);
+    h.objectCount = getU16(bytes + 28);
+    h.fdCount = getU16(bytes + 30);
     if (h.bodySize > kZelMaxBody || h.payloadSize > kZelMaxPayload ||
-        h.objectCount > kZelMaxObjects || h.payloadSize > h.bodySize ||
+        h.objectCount > kZelMaxObjects || h.fdCount > kZelMaxFds || h.payloadSize > h.bodySize ||
         h.bodySize - h.payloadSize < h.objectCount * 6u) {
         return BAD_VALUE;
     }
     // Per-type rules: fields a type does not use must be zero.
     switch (h.type) {
         case ZelFrameType::HELLO:
-            if (h.code != 0 || h.flags != 0 || h.handle != 0 || h.objectCount != 0 ||
+            if (h.code != 0 || h.flags != 0 || h.handle != 0 || h.objectCount != 0 || h.fdCount != 0 ||
                 h.payloadSize == 0 || h.payloadSize > kZelMaxEndpoint) {
                 return BAD_VALUE;
             }
@@ -111,7 +117,9 @@ status_t decodeZelFrameHeader(const uint8_t* bytes, ZelFrameHeader* out) {
             break;
         case ZelFrameType::REFS: {
             const int32_t delta = static_cast<int32_t>(h.code);
-            if (h.payloadSize != 0 || h.objectCount != 0 || delta < -1 || delta > 1) return BAD_VALUE;
+            if (h.payloadSize != 0 || h.objectCount != 0 || h.fdCount != 0 || delta < -1 || delta > 1) {
+                return BAD_VALUE;
+            }
             break;
         }
     }
@@ -144,6 +152,7 @@ status_t decodeZelFrameBody(const ZelFrameHeader& header, const uint8_t* body, s
     out->handle = header.handle;
     out->payload.assign(body, body + header.payloadSize);
     out->objects = std::move(objects);
+    out->fds.clear();
     return OK;
 }
 
@@ -152,7 +161,7 @@ status_t decodeZelFrame(const uint8_t* bytes, size_t len, ZelFrame* out) {
     ZelFrameHeader header;
     status_t status = decodeZelFrameHeader(bytes, &header);
     if (status != OK) return status;
-    if (len - kZelFrameHeaderSize != header.bodySize) return BAD_VALUE;
+    if (len - kZelFrameHeaderSize != header.bodySize || header.fdCount != 0) return BAD_VALUE;
     return decodeZelFrameBody(header, bytes + kZelFrameHeaderSize, len - kZelFrameHeaderSize, out);
 }
 

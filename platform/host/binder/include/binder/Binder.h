@@ -22,6 +22,8 @@ public:
 
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags = 0) final;
+    // Default: writes nothing.
+    status_t dump(int fd, const Vector<String16>& args) override;
 
     status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
                          uint32_t flags = 0) override;
@@ -33,8 +35,9 @@ public:
 protected:
     ~BBinder() override;
 
-    // Default: answers INTERFACE_TRANSACTION with the descriptor, everything
-    // else with UNKNOWN_TRANSACTION.
+    // Default: answers INTERFACE_TRANSACTION with the descriptor and
+    // DUMP_TRANSACTION through dump(), everything else with
+    // UNKNOWN_TRANSACTION.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
 

@@ -28,6 +28,7 @@ public:
     // FAILED_TRANSACTION when `data` is larger than 1 MiB.
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags = 0) override;
+    status_t dump(int fd, const Vector<String16>& args) override;
 
     status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
                          uint32_t flags = 0) override;

@@ -6,6 +6,7 @@
 #include <utils/RefBase.h>
 #include <utils/String16.h>
 #include <utils/StrongPointer.h>
+#include <utils/Vector.h>
 
 #define B_PACK_CHARS(c1, c2, c3, c4) \
     ((((uint32_t)(c1)) << 24) | (((uint32_t)(c2)) << 16) | (((uint32_t)(c3)) << 8) | ((uint32_t)(c4)))
@@ -48,6 +49,12 @@ public:
 
     virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                               uint32_t flags = 0) = 0;
+
+    // Writes the object's state to `fd`, as dumpsys asks it to. A proxy
+    // sends DUMP_TRANSACTION (the descriptor, the argument count, the
+    // arguments); the owner's BBinder answers it by calling its own dump,
+    // the caller's identity in IPCThreadState.
+    virtual status_t dump(int fd, const Vector<String16>& args) = 0;
 
     class DeathRecipient : public virtual RefBase {
     public:

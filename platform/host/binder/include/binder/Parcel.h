@@ -5,6 +5,7 @@
 #include <type_traits>
 #include <vector>
 
+#include <android-base/unique_fd.h>
 #include <binder/IBinder.h>
 #include <binder/Parcelable.h>
 #include <utils/Errors.h>
@@ -26,7 +27,11 @@ class IPCThreadState;
 //
 // Binder objects are not flattened into the bytes: the parcel keeps them in
 // an object table and the bytes hold an index into it, so a binder written
-// into a parcel comes back as the same object.
+// into a parcel comes back as the same object. File descriptors are kept
+// the same way; they travel to another process as descriptors of their own.
+// A parcel closes the descriptors it owns (those it was asked to take or
+// made a dup of, and all it received from another process) when it is
+// destroyed or its data is freed or replaced; the others stay the writer's.
 //
 // Every read checks bounds: a read past the end fails with NOT_ENOUGH_DATA
 // (or BAD_VALUE for an impossible length) and leaves the output untouched.
@@ -53,6 +58,7 @@ public:
 
     // Number of binder objects held.
     size_t objectsCount() const;
+    bool hasFileDescriptors() const { return !mFds.empty(); }
     status_t errorCheck() const { return OK; }
 
     // Writes the strict-mode header and the descriptor.
@@ -85,6 +91,12 @@ public:
     status_t writeUtf8VectorAsUtf16Vector(const std::vector<std::string>& val);
     status_t writeStrongBinder(const sp<IBinder>& val);
     status_t writeStrongBinderVector(const std::vector<sp<IBinder>>& val);
+    // `fd` must stay valid while the parcel lives, unless it takes ownership.
+    status_t writeFileDescriptor(int fd, bool takeOwnership = false);
+    // Writes a dup of `fd`, closed with the parcel.
+    status_t writeDupFileDescriptor(int fd);
+    status_t writeUniqueFileDescriptor(const base::unique_fd& fd);
+    status_t writeUniqueFileDescriptorVector(const std::vector<base::unique_fd>& val);
     // A non-null parcelable: int32 1, then the parcelable's own fields.
     status_t writeParcelable(const Parcelable& parcelable);
     status_t writeNoException();
@@ -129,6 +141,12 @@ public:
     template <typename T>
     status_t readNullableStrongBinder(sp<T>* val) const;
     status_t readParcelable(Parcelable* parcelable) const;
+    // The descriptor as the parcel holds it, still the parcel's (dup it to
+    // keep it); BAD_TYPE when none is next.
+    int readFileDescriptor() const;
+    // A dup of the next descriptor, the caller's own.
+    status_t readUniqueFileDescriptor(base::unique_fd* val) const;
+    status_t readUniqueFileDescriptorVector(std::vector<base::unique_fd>* val) const;
     // Reads an exception header written by writeNoException / Status.
     int32_t readExceptionCode() const;
 
@@ -149,9 +167,18 @@ private:
     template <typename T>
     status_t readTypedVector(std::vector<T>* val, status_t (Parcel::*read)(T*) const) const;
 
+    // Closes the owned descriptors and forgets all of them.
+    void releaseFds();
+
+    struct FileDescriptor {
+        int fd;
+        bool owned;
+    };
+
     std::vector<uint8_t> mData;
     mutable size_t mDataPos = 0;
     std::vector<sp<IBinder>> mObjects;
+    std::vector<FileDescriptor> mFds;
 };
 
 }  // namespace android

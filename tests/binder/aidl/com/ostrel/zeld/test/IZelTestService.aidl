@@ -5,6 +5,8 @@ import com.ostrel.zeld.test.IZelTestCallback;
 // A service for exercising the binder runtime across processes.
 interface IZelTestService {
     byte[] echo(in byte[] data);
+    // `size` bytes: a large reply to a small call.
+    byte[] filled(int size);
     // {pid, uid} of the caller as the service sees it.
     int[] callerIdentity();
     IBinder echoBinder(IBinder binder);
@@ -18,7 +20,11 @@ interface IZelTestService {
     oneway void record(int sequence);
     int[] recorded();
     // The service process's runtime figures: exported objects, proxies,
-    // peers, incoming connections, pool threads, open fds, threads, RSS in KiB.
+    // peers, incoming connections, pool threads, open fds, threads, RSS in KiB,
+    // lines logged since it started serving.
     long[] stats();
     void sleepMs(int ms);
+    // A dup of `fd`, made by the service. Its dump(fd, args) writes
+    // "uid <calling uid>" and the arguments to fd.
+    FileDescriptor dupFd(in FileDescriptor fd);
 }
