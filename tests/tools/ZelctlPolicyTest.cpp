@@ -179,12 +179,12 @@ TEST_F(ZelctlPolicyCheckTest, WarnsAboutEachHazardTheLoaderAccepts) {
                         "dependencies": {"allowlist": [{"componentId": "b", "taskId": "t"}]}, "actions": []},
                        {"name": "r3", "identifier": {"componentId": "b", "taskId": "u"},
                         "dependencies": {"allowlist": [{"componentId": "b", "taskId": "u"}]}, "actions": []}])"),
-            {"warning: component 'a', task 'u': dependency cycle a/u -> b/t -> a/u: deciding the "
-             "start of any of these tasks recurses through the cycle without end, so none of them "
-             "can be started",
-             "warning: component 'b', task 'u': dependency cycle b/u -> b/u: deciding the start of "
-             "any of these tasks recurses through the cycle without end, so none of them can be "
-             "started"});
+            {"warning: component 'a', task 'u': dependency cycle a/u -> b/t -> a/u: the daemon "
+             "refuses the nested start request that closes the cycle, so none of these tasks can "
+             "be started while none of them runs",
+             "warning: component 'b', task 'u': dependency cycle b/u -> b/u: the daemon refuses "
+             "the nested start request that closes the cycle, so none of these tasks can be "
+             "started while none of them runs"});
 
     // Repeated component identifier, and a task repeated inside it.
     expectWarnings(
@@ -225,7 +225,8 @@ TEST_F(ZelctlPolicyCheckTest, WarnsAboutEachHazardTheLoaderAccepts) {
              "which is neither ZEL_TASK_STARTED nor ZEL_TASK_COMPLETED: its events are never "
              "published",
              "warning: component 'a', task 't': minimumGuaranteedRuntime 5001 ms is above 5000 ms: "
-             "the reaper never ends this task when it overruns",
+             "a start granted more than 5000 ms (a client's request is granted the smaller of its "
+             "own run time and this one) is never ended by the reaper",
              "warning: component 'a', task 'u': deny list (a/t) has no effect: the daemon never "
              "consults deny lists"});
 
