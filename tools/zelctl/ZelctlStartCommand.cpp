@@ -41,16 +41,12 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
                                             duration, command.timeout());
     if (!reply.ok()) return command.fail(reply.error());
 
-    const std::string usage = command.positional(0) + " " + command.positional(1);
+    const std::string names = command.positional(0) + " " + command.positional(1);
     if (reply->status != 0) return command.printReply("failed", reply.value(), false);
-    if (reply->canStart) {
-        return command.printReply("granted", reply.value(), true,
-                                  "report it: zelctl started " + usage + " " +
-                                          std::to_string(reply->token));
-    }
+    if (reply->canStart) return command.printReply("granted", reply.value(), true);
     if (notify && reply->token != 0) {
         return command.printReply("pending", reply.value(), false,
-                                  "approved later: zelctl wait " + usage);
+                                  "approved later: zelctl wait " + names);
     }
     return command.printReply("refused", reply.value(), false, "ask again later");
 }

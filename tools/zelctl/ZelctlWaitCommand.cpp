@@ -55,7 +55,6 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
 
     const std::string& compId = command.positional(0);
     const std::string& taskId = command.positional(1);
-    const std::string hint = "report it: zelctl started " + compId + " " + taskId + " ";
     const Clock::time_point deadline =
             Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
     for (bool first = true;; first = false) {
@@ -63,8 +62,7 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         if (!reply.ok()) return command.fail(reply.error());
         if (reply->status != 0) return command.printReply("failed", reply.value(), false);
         if (reply->canStart) {
-            return command.printReply("approved", reply.value(), true,
-                                      hint + std::to_string(reply->token));
+            return command.printReply("approved", reply.value(), true);
         }
         if (first) {
             command.output().note("waiting for the approval of " + compId + "/" + taskId +
@@ -76,8 +74,7 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         // Delivered here when this request made the pending record.
         const auto approval = client->waitForApproval(reply->token, std::min(left, kAskAgain));
         if (approval.ok()) {
-            return command.printReply("approved", approval.value(), true,
-                                      hint + std::to_string(approval->token));
+            return command.printReply("approved", approval.value(), true);
         }
     }
     return command.output().fail("no_approval", "no approval for " + compId + "/" + taskId +

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <mutex>
 
@@ -164,14 +165,28 @@ private:
     std::atomic<uint64_t> mPrinted{0};
 };
 
-// An exclusive lock on a file under the device root, held while the process
-// lives. -1 when another process holds it; 0 when the file cannot be made
-// (then nothing is locked).
-int lockWatch(int* fd) {
-    *fd = open(zelDevicePath(kLockPath).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (*fd < 0) return 0;
-    return flock(*fd, LOCK_EX | LOCK_NB) == 0 ? 1 : -1;
-}
+// One watch per device root: an exclusive lock on a file under it, held while
+// the object lives (the kernel releases it when the process dies).
+class WatchLock {
+public:
+    enum Result { kHeld, kTakenByAnother, kUnavailable };
+    WatchLock() = default;
+    WatchLock(const WatchLock&) = delete;
+    WatchLock& operator=(const WatchLock&) = delete;
+    ~WatchLock() {
+        if (mFd >= 0) close(mFd);
+    }
+    Result take() {
+        std::error_code ignored;
+        std::filesystem::create_directories(zelDevicePath("/dev"), ignored);
+        mFd = open(zelDevicePath(kLockPath).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        if (mFd < 0) return kUnavailable;
+        return flock(mFd, LOCK_EX | LOCK_NB) == 0 ? kHeld : kTakenByAnother;
+    }
+
+private:
+    int mFd = -1;
+};
 
 int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
     ZelctlClientCommand command(kCommand, out, err);
@@ -194,10 +209,23 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     const std::map<EventKey, EventInfo> events = publishedEvents(*load.policy);
     if (events.empty()) return command.output().fail("no_events", path + ": no task publishes an event");
 
+    // Before registering: a registration replaces another of the same participant.
+    WatchLock lock;
+    const WatchLock::Result locked = lock.take();
+    if (locked == WatchLock::kTakenByAnother) {
+        return command.output().fail("watch_running",
+                                     "another zelctl watch runs on this device root; two "
+                                     "receivers of one event end the daemon");
+    }
+    if (locked == WatchLock::kUnavailable) {
+        command.output().note("cannot take the lock " + zelDevicePath(kLockPath) +
+                              ": make sure no other watch runs");
+    }
     ZelctlStopSignals signals;  // before the binder threads start
     EventPrinter printer(command.output(), events);
     const int32_t participant = command.clientId() != 0 ? command.clientId() : kWatchParticipantId;
-    auto client = command.connectEvents(
+    // Destroyed before the lock: it unsubscribes before another watch may start.
+    const auto client = command.connectEvents(
             [&printer](int32_t publisher, int32_t groupId, int32_t eventId,
                        const std::vector<uint8_t>& payload) {
                 printer.print(publisher, groupId, eventId, payload);
@@ -205,17 +233,6 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
             participant, true);
     if (client == nullptr) return kZelctlExitFailed;
 
-    int lockFd = -1;
-    const int locked = lockWatch(&lockFd);
-    if (locked < 0) {
-        return command.output().fail("watch_running",
-                                     "another zelctl watch runs on this device root; two "
-                                     "receivers of one event end the daemon");
-    }
-    if (locked == 0) {
-        command.output().note("cannot take the lock " + zelDevicePath(kLockPath) +
-                              ": make sure no other watch runs");
-    }
     for (const auto& [key, info] : events) {
         // Drops what a killed watcher of the same identifier left behind.
         (void)client->unsubscribe(kDaemonPublisher, key.groupId, key.eventId);
@@ -228,8 +245,6 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     while (!signals.waitFor(std::chrono::milliseconds(100))) {
         if (count > 0 && printer.printed() >= static_cast<uint64_t>(count)) break;
     }
-    client.reset();  // unsubscribes before another watch may take the lock
-    if (lockFd >= 0) close(lockFd);
     return kZelctlExitOk;
 }
 
