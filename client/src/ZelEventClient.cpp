@@ -117,6 +117,10 @@ int32_t ZelEventClient::participantId() const {
     return mImpl->mParticipantId;
 }
 
+bool ZelEventClient::isConnected() const {
+    return mImpl->mLink->isConnected();
+}
+
 ZelClientError ZelEventClient::subscribe(int32_t publisher, int32_t groupId, int32_t eventId) {
     if (publisher == ServiceIdentifier::COM_OSTREL_TALLYD && groupId == kMemoryReportGroup &&
         eventId == kMemoryReportEvent) {

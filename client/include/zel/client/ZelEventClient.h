@@ -34,6 +34,8 @@ public:
     ZelEventClient& operator=(const ZelEventClient&) = delete;
 
     int32_t participantId() const;
+    // Registered (and, after a daemon restart, subscribed again).
+    bool isConnected() const;
     // A key this participant already receives is not subscribed again (two
     // entries would mean two deliveries). The memory report is refused with
     // kInvalidArgument: the daemon receives it.
