@@ -12,12 +12,13 @@
 #include <vector>
 
 // A helper program run as a separate process; it inherits the environment
-// (so ZELD_ROOT). With an output path its stdout and stderr go to that file.
-// The destructor kills it if it still runs.
+// (so ZELD_ROOT). With an output path its stdout and stderr go to that file,
+// or stderr to its own file when an error path is given too. The destructor
+// kills it if it still runs.
 class ZelPeerProcess {
 public:
     ZelPeerProcess(std::string program, const std::vector<std::string>& args,
-                   const std::string& outputPath = "") {
+                   const std::string& outputPath = "", const std::string& errorPath = "") {
         std::vector<std::string> strings{std::move(program)};
         strings.insert(strings.end(), args.begin(), args.end());
         std::vector<char*> argv;
@@ -29,6 +30,10 @@ public:
             posix_spawn_file_actions_addopen(&actions, 1, outputPath.c_str(),
                                              O_WRONLY | O_CREAT | O_APPEND, 0644);
             posix_spawn_file_actions_adddup2(&actions, 1, 2);
+        }
+        if (!errorPath.empty()) {
+            posix_spawn_file_actions_addopen(&actions, 2, errorPath.c_str(),
+                                             O_WRONLY | O_CREAT | O_APPEND, 0644);
         }
         const int spawned = posix_spawn(&mPid, argv[0], &actions, nullptr, argv.data(), environ);
         posix_spawn_file_actions_destroy(&actions);

@@ -23,3 +23,6 @@ private:
     std::string mPreviousRoot;
     bool mHadPreviousRoot = false;
 };
+
+// The whole text of a file on this machine; empty when it cannot be read.
+std::string zelReadTextFile(const std::string& hostPath);
