@@ -16,8 +16,8 @@ const ZelctlCommand kCommand = {
         "report that a task has started",
         "Reports that task TASK of component COMP has started, quoting the TOKEN of its\n"
         "start grant (decimal, or hexadecimal with 0x as the daemon's log prints it).\n"
-        "A ZEL_TASK_CRITICAL task may report without a start request; it then gets a\n"
-        "token of its own, which the reply carries.\n"
+        "A ZEL_TASK_CRITICAL task may report without a start request: the daemon then\n"
+        "makes a record with a token of its own, and the reply echoes TOKEN.\n"
         "\n"
         "  --duration MS   the run time recorded for such a critical task (default 5000)\n"
         "\n"
