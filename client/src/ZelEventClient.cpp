@@ -121,6 +121,10 @@ bool ZelEventClient::isConnected() const {
     return mImpl->mLink->isConnected();
 }
 
+uint64_t ZelEventClient::reconnections() const {
+    return mImpl->mLink->reconnections();
+}
+
 ZelClientError ZelEventClient::subscribe(int32_t publisher, int32_t groupId, int32_t eventId) {
     if (publisher == ServiceIdentifier::COM_OSTREL_TALLYD && groupId == kMemoryReportGroup &&
         eventId == kMemoryReportEvent) {

@@ -159,11 +159,15 @@ protected:
         const std::string verb = words.front();
         const std::string rest = line.size() > verb.size() + 1 ? line.substr(verb.size() + 1) : "";
         words.erase(words.begin());
-        if (verb == "exit") return void(mCurrent->expectedStatus = std::stoi(rest));
-        if (verb == ">") return mCurrent->expectedLines.push_back(rest);
-        if (verb == "!") return mCurrent->expectedErrors.push_back(substitute(rest));
-        if (verb == "~") return mCurrent->expectedOutputs.push_back(substitute(rest));
-        if (verb == "within") return void(mCurrent->withinMs = std::stol(rest));
+        if (verb == "exit" || verb == ">" || verb == "!" || verb == "~" || verb == "within") {
+            ASSERT_NE(mCurrent, nullptr) << "an expectation before any command";
+            if (verb == "exit") mCurrent->expectedStatus = std::stoi(rest);
+            if (verb == ">") mCurrent->expectedLines.push_back(rest);
+            if (verb == "!") mCurrent->expectedErrors.push_back(substitute(rest));
+            if (verb == "~") mCurrent->expectedOutputs.push_back(substitute(rest));
+            if (verb == "within") mCurrent->withinMs = std::stol(rest);
+            return;
+        }
         if (mCurrent != nullptr) mCurrent->check(mVars);
         if (verb == "daemon" && rest == "off") {
             mNoDaemon = true;
@@ -181,9 +185,11 @@ protected:
         } else if (verb == "await") {
             const Command& command = mCommands.at(words.front());
             const std::string text = rest.substr(words.front().size() + 1);
-            ASSERT_TRUE(eventually([&] {
-                return (zelReadTextFile(command.outPath) + zelReadTextFile(command.errPath)).find(text) != std::string::npos;
-            })) << "no '" << text << "' from " << words.front();
+            const auto printed = [&] {
+                return zelReadTextFile(command.outPath) + zelReadTextFile(command.errPath);
+            };
+            ASSERT_TRUE(eventually([&] { return printed().find(text) != std::string::npos; }))
+                    << "no '" << text << "' from " << words.front() << ":\n" << printed();
         } else if (verb == "restart") {
             mDaemon.reset();
             startDaemon();

@@ -149,3 +149,10 @@ int ZelctlClientCommand::printReply(const std::string& verdict, const ZelReply& 
     mOutput.print(object, line);
     return success ? kZelctlExitOk : kZelctlExitFailed;
 }
+
+int ZelctlClientCommand::printReport(const zel::client::ZelResult<ZelReply>& reply,
+                                     const std::string& verdict) {
+    if (!reply.ok()) return fail(reply.error());
+    const bool ok = reply->status == 0;
+    return printReply(ok ? verdict : "refused", reply.value(), ok);
+}

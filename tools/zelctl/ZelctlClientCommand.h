@@ -55,6 +55,10 @@ public:
     // Returns `success` as an exit status.
     int printReply(const std::string& verdict, const zel::client::ZelReply& reply, bool success,
                    const std::string& hint = "");
+    // The answer to a started or completed report: `verdict` for status 0,
+    // "refused" for any other, a failure message when there is none.
+    int printReport(const zel::client::ZelResult<zel::client::ZelReply>& reply,
+                    const std::string& verdict);
 
 private:
     const ZelctlCommand& mCommand;

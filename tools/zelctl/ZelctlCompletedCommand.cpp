@@ -33,9 +33,7 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     if (client == nullptr) return kZelctlExitFailed;
     const auto reply = client->reportCompleted(command.positional(0), command.positional(1), token,
                                                command.timeout());
-    if (!reply.ok()) return command.fail(reply.error());
-    const bool ok = reply->status == 0;
-    return command.printReply(ok ? "completed" : "refused", reply.value(), ok);
+    return command.printReport(reply, "completed");
 }
 
 }  // namespace

@@ -57,14 +57,16 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     const std::string& taskId = command.positional(1);
     const Clock::time_point deadline =
             Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
-    for (bool first = true;; first = false) {
+    for (bool noted = false;;) {
         const auto reply = client->requestStart(compId, taskId, true, duration, command.timeout());
+        // A request that met a purge is answered at the next memory report.
+        const bool late = !reply.ok() && reply.error() == zel::client::ZelClientError::kTimedOut;
+        if (late && Clock::now() < deadline) continue;
         if (!reply.ok()) return command.fail(reply.error());
         if (reply->status != 0) return command.printReply("failed", reply.value(), false);
-        if (reply->canStart) {
-            return command.printReply("approved", reply.value(), true);
-        }
-        if (first) {
+        if (reply->canStart) return command.printReply("approved", reply.value(), true);
+        if (!noted) {
+            noted = true;
             command.output().note("waiting for the approval of " + compId + "/" + taskId +
                                   " (token " + std::to_string(reply->token) + ")");
         }
@@ -73,13 +75,11 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         if (left.count() <= 0) break;
         // Delivered here when this request made the pending record.
         const auto approval = client->waitForApproval(reply->token, std::min(left, kAskAgain));
-        if (approval.ok()) {
-            return command.printReply("approved", approval.value(), true);
-        }
+        if (approval.ok()) return command.printReply("approved", approval.value(), true);
     }
-    return command.output().fail("no_approval", "no approval for " + compId + "/" + taskId +
-                                                        " within " + command.args().value("--for", "60") +
-                                                        " s");
+    const std::string within = command.args().value("--for", "60");
+    return command.output().fail("no_approval",
+                                 "no approval for " + compId + "/" + taskId + " within " + within + " s");
 }
 
 }  // namespace

@@ -242,7 +242,16 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     command.output().note("watching " + std::to_string(events.size()) + " task events of " + path +
                           " as participant " + std::to_string(participant) +
                           "; stop with Ctrl-C");
+    bool connected = true;
+    uint64_t reconnections = 0;
     while (!signals.waitFor(std::chrono::milliseconds(100))) {
+        if (client->reconnections() != reconnections) {
+            reconnections = client->reconnections();
+            command.output().note("the daemon restarted: subscribed again");
+        } else if (connected && !client->isConnected()) {
+            command.output().note("the daemon is gone: waiting for it");
+        }
+        connected = client->isConnected();
         if (count > 0 && printer.printed() >= static_cast<uint64_t>(count)) break;
     }
     return kZelctlExitOk;

@@ -36,6 +36,8 @@ public:
     int32_t participantId() const;
     // Registered (and, after a daemon restart, subscribed again).
     bool isConnected() const;
+    // How often it has registered and subscribed again after a daemon restart.
+    uint64_t reconnections() const;
     // A key this participant already receives is not subscribed again (two
     // entries would mean two deliveries). The memory report is refused with
     // kInvalidArgument: the daemon receives it.
