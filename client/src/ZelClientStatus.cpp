@@ -19,6 +19,19 @@ int32_t defaultClientId(int32_t requested) {
     return requested != 0 ? requested : kClientIdPidBase + static_cast<int32_t>(getpid());
 }
 
+const char* statusText(int32_t status) {
+    switch (status) {
+        case 0: return "ok";
+        case 1: return "invalid request";
+        case 2: return "empty component identifier";
+        case 3: return "unknown task";
+        case 4: return "token mismatch";
+        case 5: return "wrong state";
+        case 7: return "event publication failed";
+    }
+    return "unknown status";
+}
+
 const char* toString(ZelClientError error) {
     switch (error) {
         case ZelClientError::kNone: return "ok";

@@ -56,7 +56,20 @@ public:
         // subscribe again.
         mLink->setHandlers([this](const sp<IBinder>& service) { return attach(service); }, nullptr);
     }
-    ~Impl() { mLink->close(); }
+    // Leaves no trace in a daemon that is still there: a subscription of a
+    // participant whose callback is gone still counts as a delivery.
+    ~Impl() {
+        if (const sp<IBinder> binder = mLink->service(Clock::now())) {
+            const sp<IZelEventManager> service = android::interface_cast<IZelEventManager>(binder);
+            std::lock_guard<std::mutex> guard(mLock);
+            for (const auto& [publisher, groupId, eventId] : mSubscriptions) {
+                (void)service->unsubscribe(ServiceIdentifier(mParticipantId),
+                                           ServiceIdentifier(publisher), groupId, eventId);
+            }
+            (void)service->unregisterEventCallback(ServiceIdentifier(mParticipantId));
+        }
+        mLink->close();
+    }
 
     bool attach(const sp<IBinder>& binder) {
         const sp<IZelEventManager> service = android::interface_cast<IZelEventManager>(binder);
@@ -104,15 +117,29 @@ int32_t ZelEventClient::participantId() const {
     return mImpl->mParticipantId;
 }
 
+bool ZelEventClient::isConnected() const {
+    return mImpl->mLink->isConnected();
+}
+
+uint64_t ZelEventClient::reconnections() const {
+    return mImpl->mLink->reconnections();
+}
+
 ZelClientError ZelEventClient::subscribe(int32_t publisher, int32_t groupId, int32_t eventId) {
+    if (publisher == ServiceIdentifier::COM_OSTREL_TALLYD && groupId == kMemoryReportGroup &&
+        eventId == kMemoryReportEvent) {
+        return ZelClientError::kInvalidArgument;  // the daemon's own subscription
+    }
     const sp<IZelEventManager> service = mImpl->service();
     if (service == nullptr) return ZelClientError::kNotRunning;
+    // Held across the call: the same key subscribed twice would be delivered twice.
+    std::lock_guard<std::mutex> guard(mImpl->mLock);
+    auto& list = mImpl->mSubscriptions;
+    const Impl::Key key(publisher, groupId, eventId);
+    if (std::find(list.begin(), list.end(), key) != list.end()) return ZelClientError::kNone;
     const ZelClientError error = errorOf(service->subscribe(
             ServiceIdentifier(mImpl->mParticipantId), ServiceIdentifier(publisher), groupId, eventId));
-    if (error == ZelClientError::kNone) {
-        std::lock_guard<std::mutex> guard(mImpl->mLock);
-        mImpl->mSubscriptions.emplace_back(publisher, groupId, eventId);
-    }
+    if (error == ZelClientError::kNone) list.push_back(key);
     return error;
 }
 

@@ -58,6 +58,7 @@ bool ZelServiceLink::attach(const sp<IBinder>& service) {
     if (mClosed) return false;
     mService = service;
     mDead = false;
+    ++mConnections;
     mChanged.notify_all();
     return true;
 }
@@ -71,6 +72,11 @@ sp<IBinder> ZelServiceLink::service(Clock::time_point deadline) {
 bool ZelServiceLink::isConnected() {
     std::lock_guard<std::mutex> guard(mLock);
     return mService != nullptr;
+}
+
+uint64_t ZelServiceLink::reconnections() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mConnections > 0 ? mConnections - 1 : 0;
 }
 
 void ZelServiceLink::close() {

@@ -36,6 +36,8 @@ public:
     // when there is none by then.
     android::sp<android::IBinder> service(Clock::time_point deadline);
     bool isConnected();
+    // Connections made after the first one (daemon restarts followed).
+    uint64_t reconnections();
     // Stops reconnecting and forgets the service. Call it before the last
     // reference goes: the destructor only stops the reconnection.
     void close();
@@ -55,6 +57,7 @@ private:
     std::condition_variable mChanged;
     android::sp<android::IBinder> mService;
     bool mDead = false;
+    uint64_t mConnections = 0;
     bool mClosed = false;
     std::thread mReconnector;
 };

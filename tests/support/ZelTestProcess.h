@@ -63,14 +63,20 @@ private:
     int mStatus = -1;
 };
 
-// Spawn actions that append a program's stdout and stderr to one file.
+// Spawn actions that append a program's stdout and stderr to one file, or
+// its stderr to a file of its own when `errorPath` is given.
 class ZelOutputTo {
 public:
-    explicit ZelOutputTo(const std::string& path) {
+    explicit ZelOutputTo(const std::string& path, const std::string& errorPath = "") {
         posix_spawn_file_actions_init(&mActions);
         posix_spawn_file_actions_addopen(&mActions, STDOUT_FILENO, path.c_str(),
                                          O_WRONLY | O_CREAT | O_APPEND, 0644);
-        posix_spawn_file_actions_adddup2(&mActions, STDOUT_FILENO, STDERR_FILENO);
+        if (errorPath.empty()) {
+            posix_spawn_file_actions_adddup2(&mActions, STDOUT_FILENO, STDERR_FILENO);
+        } else {
+            posix_spawn_file_actions_addopen(&mActions, STDERR_FILENO, errorPath.c_str(),
+                                             O_WRONLY | O_CREAT | O_APPEND, 0644);
+        }
     }
     ~ZelOutputTo() { posix_spawn_file_actions_destroy(&mActions); }
     ZelOutputTo(const ZelOutputTo&) = delete;

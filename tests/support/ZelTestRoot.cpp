@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <vector>
 
@@ -41,3 +42,4 @@ void ZelTestRoot::writeFile(const std::string& devicePath, const std::string& co
     std::ofstream out(file, std::ios::binary | std::ios::trunc);
     out << content;
 }
+

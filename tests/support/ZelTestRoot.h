@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "ZelTestFiles.h"
+
 // A private device root for one test: a fresh temporary directory exported as
 // ZELD_ROOT while the object lives (and inherited by child processes), removed
 // with everything under it afterwards.

@@ -57,9 +57,9 @@ void ZelPolicyLint::checkCycles(const ZelPolicy& policy, Findings& findings) {
     for (const TaskKeyList& cycle : ZelPolicyCycles::find(graph)) {
         findings.push_back({cycle.front().first, cycle.front().second, "",
                             "dependency cycle " + joinKeys(cycle, " -> ") +
-                                    ": deciding the start of any of these tasks recurses "
-                                    "through the cycle without end, so none of them can be "
-                                    "started"});
+                                    ": the daemon refuses the nested start request that "
+                                    "closes the cycle, so none of these tasks can be started "
+                                    "while none of them runs"});
     }
 }
 
@@ -144,10 +144,23 @@ void ZelPolicyLint::checkTasks(const ZelPolicy& policy, Findings& findings) {
             findings.push_back({key.first, key.second, "",
                                 "minimumGuaranteedRuntime " +
                                         std::to_string(task.minimumGuaranteedRuntime) +
-                                        " ms is above 5000 ms: the reaper never ends this task "
-                                        "when it overruns"});
+                                        " ms is above 5000 ms: a start granted more than 5000 "
+                                        "ms (a client's request is granted the smaller of its "
+                                        "own run time and this one) is never ended by the "
+                                        "reaper"});
         }
     });
+    for (const TaskKey& key : policy.autoStartTasks) {
+        const std::shared_ptr<PolicyTask> task = policy.taskTable->find(key);
+        const int32_t runtime = task != nullptr ? task->minimumGuaranteedRuntime : -1;
+        if (runtime == kUnlimitedRuntimeMs || runtime > kLongestEnforcedRuntimeMs) continue;
+        findings.push_back({key.first, key.second, "",
+                            "the auto-started process task has a run time of " +
+                                    std::to_string(runtime) +
+                                    " ms: the reaper ends it after that and the component's "
+                                    "process is stopped until the next memory report starts "
+                                    "it again; -1 keeps it running"});
+    }
 }
 
 void ZelPolicyLint::checkEventIds(const ZelPolicy& policy, Findings& findings) {

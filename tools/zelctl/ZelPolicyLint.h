@@ -18,6 +18,8 @@ public:
 
     // The reaper enforces no run time above this many milliseconds.
     static constexpr int32_t kLongestEnforcedRuntimeMs = 5000;
+    // The run time the reaper leaves alone: no limit.
+    static constexpr int32_t kUnlimitedRuntimeMs = -1;
 
 private:
     using Findings = std::vector<ZelPolicyFinding>;

@@ -15,5 +15,7 @@ struct ZelctlCommand {
     const char* name;
     const char* synopsis;  // usage lines, each without the program name
     const char* summary;
+    const char* help;      // `zelctl NAME --help` prints it after the usage lines
+    bool clientOptions;    // accepts --json, --timeout and --client-id
     int (*run)(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 };

@@ -14,7 +14,17 @@ public:
             "policy check [--quiet] FILE\n"
             "policy graph FILE";
     static constexpr const char* kSummary =
-            "check a policy file as the daemon would load it, or print its task dependency graph";
+            "check a policy file as the daemon would load it, or print its dependency graph";
+    static constexpr const char* kHelp =
+            "check runs the daemon's own policy loader on FILE, prints every line it logs\n"
+            "(--quiet: only warnings and errors), then warns about what loads but would\n"
+            "hurt on a device (dependency cycles, repeated components, property texts that\n"
+            "do not split, run times the reaper does not enforce, ...).\n"
+            "graph prints the task dependency graph in Graphviz DOT:\n"
+            "  zelctl policy graph FILE | dot -Tsvg > policy.svg\n"
+            "\n"
+            "Exit status: 0 the daemon would accept the file (warnings or not), 1 it would\n"
+            "refuse it, 2 wrong command line.\n";
 
     static int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 

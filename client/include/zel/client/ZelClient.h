@@ -20,6 +20,9 @@ struct ZelReply {
     int32_t status = 0;      // 0 success; see docs/client-guide.md for the codes
 };
 
+// A short text for a reply's status code ("ok", "unknown task", ...).
+const char* statusText(int32_t status);
+
 struct ZelClientOptions {
     // The ServiceIdentifier value this client registers under. 0 picks
     // kClientIdPidBase + the process id, unique among running processes.

@@ -28,11 +28,19 @@ public:
     // restart it registers again and repeats its subscriptions.
     static std::unique_ptr<ZelEventClient> connect(const ZelClientOptions& options,
                                                    Handler handler, ZelClientError* error);
+    // Unsubscribes and unregisters when the daemon is still there.
     ~ZelEventClient();
     ZelEventClient(const ZelEventClient&) = delete;
     ZelEventClient& operator=(const ZelEventClient&) = delete;
 
     int32_t participantId() const;
+    // Registered (and, after a daemon restart, subscribed again).
+    bool isConnected() const;
+    // How often it has registered and subscribed again after a daemon restart.
+    uint64_t reconnections() const;
+    // A key this participant already receives is not subscribed again (two
+    // entries would mean two deliveries). The memory report is refused with
+    // kInvalidArgument: the daemon receives it.
     ZelClientError subscribe(int32_t publisher, int32_t groupId, int32_t eventId);
     ZelClientError unsubscribe(int32_t publisher, int32_t groupId, int32_t eventId);
     // Publishes as this participant.

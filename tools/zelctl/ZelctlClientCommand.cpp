@@ -1,0 +1,158 @@
+#include "ZelctlClientCommand.h"
+
+#include <cstdio>
+
+#include "ZelDevicePath.h"
+
+using zel::client::ZelClient;
+using zel::client::ZelClientError;
+using zel::client::ZelClientOptions;
+using zel::client::ZelEventClient;
+using zel::client::ZelReply;
+
+const char* const kZelctlClientOptionsHelp =
+        "  --json          print one JSON object instead of a line for a person\n"
+        "  --timeout MS    how long to look for the daemon and to wait for each reply\n"
+        "                  (default 2000)\n"
+        "  --client-id N   the client identifier to register under (default: 0x40000000\n"
+        "                  plus the process id, so two zelctl processes never share one)\n";
+
+namespace {
+
+constexpr size_t kIdentifierBytes = 63;  // a 64-byte field with its NUL
+
+std::string hex(int32_t value) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", static_cast<uint32_t>(value));
+    return text;
+}
+
+}  // namespace
+
+ZelctlClientCommand::ZelctlClientCommand(const ZelctlCommand& command, std::ostream& out,
+                                         std::ostream& err)
+    : mCommand(command), mOutput(command.name, false, out, err) {}
+
+bool ZelctlClientCommand::parse(const std::vector<std::string>& words,
+                                std::vector<ZelctlArgs::Option> options,
+                                const std::vector<const char*>& positionals) {
+    for (const std::string& word : words) {
+        if (word == "--json") mOutput.setJson(true);  // so that even a usage error is JSON
+    }
+    options.push_back({"--json", false});
+    if (mCommand.clientOptions) {
+        options.insert(options.end(), {{"--timeout", true}, {"--client-id", true}});
+    }
+    std::string problem;
+    if (!mArgs.parse(words, options, &problem)) return refuse(problem);
+    if (mArgs.positionals().size() != positionals.size()) {
+        std::string names;
+        for (const char* name : positionals) names += std::string(names.empty() ? "" : " ") + name;
+        return refuse(names.empty() ? "takes no positional arguments" : "expected " + names);
+    }
+    for (size_t i = 0; i < positionals.size(); ++i) {
+        const std::string name = positionals[i];
+        if ((name == "COMP" || name == "TASK") && mArgs.positionals()[i].size() > kIdentifierBytes) {
+            return refuse(name + " is longer than 63 bytes");
+        }
+    }
+    int32_t timeout = 0;
+    if (!readInt32("--timeout", 2000, &timeout)) return false;
+    if (timeout <= 0) return refuse("--timeout must be above 0 ms");
+    mTimeout = std::chrono::milliseconds(timeout);
+    return readInt32("--client-id", 0, &mClientId);
+}
+
+bool ZelctlClientCommand::readInt32(const char* option, int32_t fallback, int32_t* out) {
+    *out = fallback;
+    if (!mArgs.has(option)) return true;
+    if (zelctlParseInt32(mArgs.value(option), out)) return true;
+    return refuse(std::string(option) + ": '" + mArgs.value(option) +
+                  "' is not a 32-bit whole number");
+}
+
+bool ZelctlClientCommand::readToken(const std::string& text, const char* what, int32_t* out) {
+    if (zelctlParseToken(text, out)) return true;
+    return refuse(std::string(what) + ": '" + text +
+                  "' is not a token (decimal, or hexadecimal with 0x)");
+}
+
+bool ZelctlClientCommand::refuse(const std::string& problem) {
+    mOutput.usage(problem, mCommand.synopsis);
+    return false;
+}
+
+std::unique_ptr<ZelClient> ZelctlClientCommand::connect(bool reconnect) {
+    ZelClientOptions options;
+    options.clientId = mClientId;
+    options.connectTimeout = mTimeout;
+    options.reconnect = reconnect;
+    ZelClientError error = ZelClientError::kNone;
+    std::unique_ptr<ZelClient> client = ZelClient::connect(options, &error);
+    if (client == nullptr) fail(error);
+    return client;
+}
+
+std::unique_ptr<ZelEventClient> ZelctlClientCommand::connectEvents(ZelEventClient::Handler handler,
+                                                                   int32_t participantId,
+                                                                   bool reconnect) {
+    ZelClientOptions options;
+    options.clientId = participantId;
+    options.connectTimeout = mTimeout;
+    options.reconnect = reconnect;
+    ZelClientError error = ZelClientError::kNone;
+    std::unique_ptr<ZelEventClient> client =
+            ZelEventClient::connect(options, std::move(handler), &error);
+    if (client == nullptr) fail(error);
+    return client;
+}
+
+int ZelctlClientCommand::fail(ZelClientError error) {
+    const std::string timeout = std::to_string(mTimeout.count()) + " ms";
+    switch (error) {
+        case ZelClientError::kNotRunning:
+            return mOutput.fail("not_running",
+                                "the daemon is not running: its service was not found under the "
+                                "device root " + zelDeviceRoot() + " within " + timeout +
+                                        " (start zeld with the same ZELD_ROOT)");
+        case ZelClientError::kTimedOut:
+            return mOutput.fail("timed_out", "no reply from the daemon within " + timeout);
+        case ZelClientError::kRefused:
+            return mOutput.fail("refused", "the daemon refused the call (illegal argument)");
+        case ZelClientError::kDied:
+            return mOutput.fail("daemon_died", "the daemon died before it answered");
+        case ZelClientError::kInvalidArgument:
+            return mOutput.fail("invalid_argument", "the request cannot be encoded");
+        case ZelClientError::kTransport:
+        case ZelClientError::kNone:
+            break;
+    }
+    return mOutput.fail("transport", std::string("binder call failed: ") + toString(error));
+}
+
+int ZelctlClientCommand::printReply(const std::string& verdict, const ZelReply& reply,
+                                    bool success, const std::string& hint) {
+    const std::string& compId = positional(0);
+    const std::string& taskId = positional(1);
+    ZelctlJsonObject object;
+    object.addString("compId", compId)
+            .addString("taskId", taskId)
+            .addNumber("token", reply.token)
+            .addBool("canStart", reply.canStart)
+            .addNumber("status", reply.status);
+    std::string line = verdict + " " + compId + "/" + taskId + ": token " +
+                       std::to_string(reply.token) + " (" + hex(reply.token) + "), canStart " +
+                       (reply.canStart ? "true" : "false") + ", status " +
+                       std::to_string(reply.status) + " (" + zel::client::statusText(reply.status) +
+                       ")";
+    if (!hint.empty()) line += " - " + hint;
+    mOutput.print(object, line);
+    return success ? kZelctlExitOk : kZelctlExitFailed;
+}
+
+int ZelctlClientCommand::printReport(const zel::client::ZelResult<ZelReply>& reply,
+                                     const std::string& verdict) {
+    if (!reply.ok()) return fail(reply.error());
+    const bool ok = reply->status == 0;
+    return printReply(ok ? verdict : "refused", reply.value(), ok);
+}

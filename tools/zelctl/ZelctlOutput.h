@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+// One JSON object, its members in the order they were added.
+class ZelctlJsonObject {
+public:
+    ZelctlJsonObject& addString(const std::string& key, const std::string& value);
+    ZelctlJsonObject& addNumber(const std::string& key, int64_t value);
+    ZelctlJsonObject& addUnsigned(const std::string& key, uint64_t value);
+    ZelctlJsonObject& addBool(const std::string& key, bool value);
+    // `json` is written as it is (an array or object built elsewhere).
+    ZelctlJsonObject& addRaw(const std::string& key, const std::string& json);
+    std::string text() const { return "{" + mMembers + "}"; }
+
+private:
+    ZelctlJsonObject& add(const std::string& key, const std::string& json);
+    std::string mMembers;
+};
+
+// `text` as a JSON string literal, quotes included.
+std::string zelctlJsonString(const std::string& text);
+
+// Where a command's results and diagnostics go. A person gets lines on
+// stdout and messages on stderr; with --json stdout carries one JSON object
+// per result (failures included: {"error": code, "message": text}) and
+// stderr stays for a person.
+class ZelctlOutput {
+public:
+    ZelctlOutput(std::string command, bool json, std::ostream& out, std::ostream& err)
+        : mCommand(std::move(command)), mJson(json), mOut(out), mErr(err) {}
+
+    bool json() const { return mJson; }
+    void setJson(bool json) { mJson = json; }
+    // The object with --json, else the line.
+    void print(const ZelctlJsonObject& object, const std::string& line);
+    // A person's note on stderr ("zelctl CMD: note").
+    void note(const std::string& text);
+    // A failure with a short code ("not_running") and a message; returns
+    // the failure exit status.
+    int fail(const std::string& code, const std::string& message);
+    // A wrong command line: the problem and the usage; returns the usage
+    // exit status.
+    int usage(const std::string& problem, const std::string& synopsis);
+
+private:
+    const std::string mCommand;
+    bool mJson;
+    std::ostream& mOut;
+    std::ostream& mErr;
+};
