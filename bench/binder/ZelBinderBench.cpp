@@ -24,12 +24,16 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <com/ostrel/zeld/interfaces/BnZelBinderIPC.h>
 #include <com/ostrel/zeld/interfaces/BnZelBinderIPCRequestCallback.h>
-
-#include "ZelTestServices.h"
+#include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
+#include <com/ostrel/zeld/interfaces/ZelCallbackParamsParcelable.h>
+#include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 
 using namespace com::ostrel::zeld::interfaces;
 using android::sp;
+using android::binder::Status;
+using com::ostrel::zeld::utils::ZelParcelableHelperUtils;
 
 namespace {
 
@@ -66,6 +70,41 @@ void move256(int fd, uint8_t* buf, bool write) {
         done += static_cast<size_t>(n);
     }
 }
+
+// The server side of the round trip: decodes each request as the daemon does
+// and answers the registered caller, if any, with a one-way reply. No task
+// manager behind it: this measures the runtime, not the daemon's decisions.
+class EchoService : public BnZelBinderIPC {
+public:
+    Status registerCallback(const ServiceIdentifier&, const sp<IZelBinderIPCRequestCallback>& cb) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        mCallback = cb;
+        return Status::ok();
+    }
+    Status unregisterCallback(const ServiceIdentifier&) override { return Status::ok(); }
+    Status sendAsyncMessage(const ServiceIdentifier& client, const MessageIdentifier&,
+                            const std::vector<uint8_t>& data) override {
+        ZelAsyncParamsBinderParcelable request;
+        if (!ZelParcelableHelperUtils::convertBytesToParcelable(data, &request)) std::abort();
+        sp<IZelBinderIPCRequestCallback> callback;
+        if (client.value == ServiceIdentifier::COM_OSTREL_ZELD_TEST_CLIENT) {
+            std::lock_guard<std::mutex> guard(mLock);
+            callback = mCallback;
+        }
+        if (callback == nullptr) return Status::ok();
+        const ZelCallbackParamsParcelable reply(
+                ZelCallbackParams{request.taskContext.token + 1, request.taskContext.notify, request.functionId});
+        std::vector<uint8_t> bytes;
+        ZelParcelableHelperUtils::convertParcelableToBytes(&reply, bytes);
+        callback->onAsyncReply(ServiceIdentifier(ServiceIdentifier::COM_OSTREL_ZELD),
+                               MessageIdentifier(MessageIdentifier::ASYNC_REPLY), bytes);
+        return Status::ok();
+    }
+
+private:
+    std::mutex mLock;
+    sp<IZelBinderIPCRequestCallback> mCallback;
+};
 
 class WaitingCallback : public BnZelBinderIPCRequestCallback {
 public:
@@ -142,7 +181,7 @@ int main(int argc, char** argv) {
     const pid_t server = fork();  // before this process touches binder
     if (server == 0) {
         android::defaultServiceManager()->addService(android::String16("com.ostrel.zeld.service.IZelBinderIPC"),
-                                                     new zel_test::ZelTestIpcService());
+                                                     new EchoService());
         android::ProcessState::self()->startThreadPool();
         android::IPCThreadState::self()->joinThreadPool(true);
         _exit(0);
@@ -154,7 +193,7 @@ int main(int argc, char** argv) {
     params.functionId = ZelAsyncParamsBinderParcelable::TASK_START_REQUEST;
     params.taskContext.setCompId("bench");
     params.taskContext.setTaskId("roundtrip");
-    com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&params, gRequest);
+    ZelParcelableHelperUtils::convertParcelableToBytes(&params, gRequest);
     if (android::getService(android::String16("com.ostrel.zeld.service.IZelBinderIPC"), &gService) != android::OK ||
         !gService->registerCallback(ServiceIdentifier(ServiceIdentifier::COM_OSTREL_ZELD_TEST_CLIENT), gCallback)
                  .isOk()) {
