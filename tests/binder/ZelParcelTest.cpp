@@ -55,10 +55,10 @@ TEST(ZelParcelTest, TypedValuesRoundTripInLibbinderLayout) {
 
     // Every item is padded to 4 bytes; strings are UTF-16 with a terminator.
     Parcel layout;
-    layout.writeByte(1);
+    layout.writeByte(-1);  // sign-extended, as an int32
     layout.writeString16(String16("ab"));
     layout.writeByteVector(std::vector<uint8_t>{9});
-    EXPECT_EQ(bytesOf(layout), (std::vector<uint8_t>{1, 0, 0, 0, 2, 0, 0, 0, 'a', 0, 'b', 0, 0, 0, 0, 0,
+    EXPECT_EQ(bytesOf(layout), (std::vector<uint8_t>{0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 'a', 0, 'b', 0, 0, 0, 0, 0,
                                                      1, 0, 0, 0, 9, 0, 0, 0}));
 }
 

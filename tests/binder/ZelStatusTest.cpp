@@ -34,6 +34,8 @@ TEST(ZelStatusTest, ExceptionCodesAndTransactionErrorsAreKeptApart) {
     const Status dead = Status::fromStatusT(DEAD_OBJECT);
     EXPECT_EQ(dead.exceptionCode(), Status::EX_TRANSACTION_FAILED);
     EXPECT_EQ(dead.transactionError(), DEAD_OBJECT);
+    EXPECT_NE(std::string(dead.toString8().c_str()).find(": '" + std::to_string(DEAD_OBJECT) + ": "), std::string::npos)
+            << dead.toString8().c_str();
     EXPECT_TRUE(Status::fromStatusT(OK).isOk());
     EXPECT_EQ(Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED).transactionError(), android::FAILED_TRANSACTION);
 

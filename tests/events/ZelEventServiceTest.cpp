@@ -193,6 +193,9 @@ TEST_F(ZelEventDispatcherTest, MemoryReportsReachTheFirstFunctionSubscribedDecod
     EXPECT_TRUE(mService->publish(id(5), 1, 1, memoryReport(1, 4, 900, 1000)).isOk());
     EXPECT_TRUE(mService->publish(id(5), 1, 1, {0xff, 0xff, 0xff}).isOk());
     EXPECT_TRUE(mService->publish(id(5), 1, 2, memoryReport(1, 4, 1, 1)).isOk());
+    // The daemon subscribed directly to another publisher's (1, 1): not a report.
+    EXPECT_TRUE(mService->subscribe(id(1), id(6), 1, 1).isOk());
+    EXPECT_TRUE(mService->publish(id(6), 1, 1, memoryReport(1, 4, 1, 1)).isOk());
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].resourceType, 1);
     EXPECT_EQ(records[0].status, 4);
