@@ -5,6 +5,8 @@
 #include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 
+#include "ZelDumpAccess.h"
+#include "ZelDumpOutput.h"
 #include "ZelLog.h"
 
 using android::sp;
@@ -82,4 +84,28 @@ void ZelServerIZelBinderIPCImpl::setMessageHandler(MessageHandler handler) {
     std::lock_guard<std::mutex> guard(mLock);
     previous = std::move(mMessageHandler);
     mMessageHandler = std::move(handler);
+}
+
+void ZelServerIZelBinderIPCImpl::setStateSource(ZelStateSource source) {
+    ZelStateSource previous;  // destroyed after mLock
+    std::lock_guard<std::mutex> guard(mLock);
+    previous = std::move(mStateSource);
+    mStateSource = std::move(source);
+}
+
+android::status_t ZelServerIZelBinderIPCImpl::dump(int fd,
+                                                   const android::Vector<android::String16>& args) {
+    if (!zelCallerMayDump()) return android::PERMISSION_DENIED;
+    ZelStateSource source;
+    std::vector<int32_t> clients;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        source = mStateSource;
+        for (const auto& entry : mCallbacks) clients.push_back(entry.first);
+    }
+    // The task manager's locks are taken after the registry lock is released.
+    ZelDaemonState state = source ? source() : ZelDaemonState{};
+    state.clients = std::move(clients);
+    return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelDaemonDump::json(state)
+                                                                   : ZelDaemonDump::text(state));
 }
