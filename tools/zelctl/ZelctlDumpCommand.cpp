@@ -12,6 +12,7 @@
 
 #include "ZelctlClientCommand.h"
 #include "ZelctlClientCommands.h"
+#include "ZelctlDumpReader.h"
 
 namespace {
 
@@ -49,10 +50,10 @@ android::sp<android::IBinder> findService(const char* name, std::chrono::millise
     }
 }
 
-// The dump call writes into a pipe that this thread drains meanwhile, so a
-// dump larger than the pipe's buffer still completes.
-android::status_t readDump(const android::sp<android::IBinder>& service, bool json,
-                           std::string* text) {
+}  // namespace
+
+android::status_t zelctlReadDump(const android::sp<android::IBinder>& service, bool json,
+                                 std::string* text) {
     int ends[2];
     if (pipe(ends) != 0) return android::UNKNOWN_ERROR;
     android::Vector<android::String16> args;
@@ -73,6 +74,8 @@ android::status_t readDump(const android::sp<android::IBinder>& service, bool js
     return status;
 }
 
+namespace {
+
 int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
     ZelctlClientCommand command(kCommand, out, err);
     if (!command.parse(words, {{"--events", false}}, {})) return kZelctlExitUsage;
@@ -81,7 +84,7 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
             findService(events ? kEventService : kClientService, command.timeout());
     if (service == nullptr) return command.fail(ZelClientError::kNotRunning);
     std::string text;
-    const android::status_t status = readDump(service, command.output().json(), &text);
+    const android::status_t status = zelctlReadDump(service, command.output().json(), &text);
     if (status == android::PERMISSION_DENIED) {
         return command.output().fail("permission_denied",
                                      "the daemon refused the dump: this uid may not dump it");
