@@ -46,13 +46,23 @@ std::vector<ZelTask::Fields> rowsOf(const LockedTaskMap::Map& table,
     for (const auto& entry : table) {
         if (entry.second == nullptr) continue;
         auto it = copied.find(entry.second.get());
-        if (it == copied.end()) it = copied.emplace(entry.second.get(), entry.second->fields()).first;
+        if (it == copied.end())
+            it = copied.emplace(entry.second.get(), entry.second->fields()).first;
         rows.push_back(it->second);
     }
     return rows;
 }
 
-void key(Writer& writer, const char* name) { writer.Key(name); }
+// One JSON object, filled by `members`, and a newline.
+template <typename Members>
+std::string jsonObject(Members members) {
+    rapidjson::StringBuffer buffer;
+    Writer writer(buffer);
+    writer.StartObject();
+    members(writer);
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+}
 
 void string(Writer& writer, const char* name, const std::string& value) {
     writer.Key(name);
@@ -73,7 +83,7 @@ void ids(Writer& writer, const char* name, const std::vector<int32_t>& values) {
 
 void taskTable(Writer& writer, const char* name, const std::vector<ZelTask::Fields>& rows,
                int64_t now) {
-    key(writer, name);
+    writer.Key(name);
     writer.StartArray();
     for (const ZelTask::Fields& task : rows) {
         writer.StartObject();
@@ -95,12 +105,14 @@ void taskTable(Writer& writer, const char* name, const std::vector<ZelTask::Fiel
 void textTable(std::string& out, const char* name, const std::vector<ZelTask::Fields>& rows,
                int64_t now) {
     out += format("%s: %zu\n", name, rows.size());
-    for (const ZelTask::Fields& task : rows) out += "  " + ZelDaemonDump::taskLine(task, now) + "\n";
+    for (const ZelTask::Fields& task : rows)
+        out += "  " + ZelDaemonDump::taskLine(task, now) + "\n";
 }
 
 std::string joined(const std::vector<int32_t>& values, const char* separator) {
     std::string out;
-    for (const int32_t value : values) out += (out.empty() ? "" : separator) + std::to_string(value);
+    for (const int32_t value : values)
+        out += (out.empty() ? "" : separator) + std::to_string(value);
     return out;
 }
 
@@ -112,7 +124,8 @@ ZelDaemonState capture(ZelTaskManager& manager) {
     ZelDaemonState state;
     state.now = ZelTime::monotonicSeconds();
     if (manager.mPolicyEngine != nullptr) state.policy = manager.mPolicyEngine->getSummary();
-    if (manager.mResourceStatus != nullptr) state.memory = manager.mResourceStatus->getMemoryStatus();
+    if (manager.mResourceStatus != nullptr)
+        state.memory = manager.mResourceStatus->getMemoryStatus();
     {
         std::lock_guard<std::mutex> guard(gReaperMutex);
         state.reaperState = gReaperState;
@@ -148,20 +161,21 @@ std::string stateName(int32_t state) {
 }
 
 std::string taskLine(const ZelTask::Fields& task, int64_t now) {
-    return format("%s/%s state=%s token=%x notify=%d duration=%dms ensureRunTime=%d "
-                  "startTime=%" PRId64 "s runTime=%" PRId64 "s",
-                  task.compId.c_str(), task.taskId.c_str(), stateName(task.state).c_str(),
-                  task.token, task.notify, task.duration, task.ensureRunTime, task.startTime,
-                  runTime(task, now));
+    return format(
+            "%s/%s state=%s token=%x notify=%d duration=%dms ensureRunTime=%d "
+            "startTime=%" PRId64 "s runTime=%" PRId64 "s",
+            task.compId.c_str(), task.taskId.c_str(), stateName(task.state).c_str(), task.token,
+            task.notify, task.duration, task.ensureRunTime, task.startTime, runTime(task, now));
 }
 
 std::string text(const ZelDaemonState& state) {
     const ZelPolicyEngine::Summary& policy = state.policy;
     std::string out = format("zeld at monotonic %" PRId64 "s\n", state.now);
-    out += format("policy: %s (%zu event groups, %zu events, %zu components, %zu tasks, "
-                  "%zu auto-start)\n",
-                  policy.path.c_str(), policy.eventGroups, policy.events, policy.components,
-                  policy.tasks, policy.autoStartTasks);
+    out +=
+            format("policy: %s (%zu event groups, %zu events, %zu components, %zu tasks, "
+                   "%zu auto-start)\n",
+                   policy.path.c_str(), policy.eventGroups, policy.events, policy.components,
+                   policy.tasks, policy.autoStartTasks);
     if (state.memory.timestamp == 0) {
         out += "memory: no report yet\n";
     } else {
@@ -201,70 +215,67 @@ std::string text(const ZelDaemonState& state) {
 }
 
 std::string json(const ZelDaemonState& state) {
-    rapidjson::StringBuffer buffer;
-    Writer writer(buffer);
-    writer.StartObject();
-    number(writer, "now", state.now);
-    key(writer, "policy");
-    writer.StartObject();
-    string(writer, "path", state.policy.path);
-    number(writer, "eventGroups", static_cast<int64_t>(state.policy.eventGroups));
-    number(writer, "events", static_cast<int64_t>(state.policy.events));
-    number(writer, "components", static_cast<int64_t>(state.policy.components));
-    number(writer, "tasks", static_cast<int64_t>(state.policy.tasks));
-    number(writer, "autoStartTasks", static_cast<int64_t>(state.policy.autoStartTasks));
-    writer.EndObject();
-    key(writer, "memory");
-    writer.StartObject();
-    number(writer, "status", state.memory.status);
-    writer.Key("value");
-    writer.Uint64(state.memory.value);
-    writer.Key("threshold");
-    writer.Uint64(state.memory.criticalThreshold);
-    number(writer, "timestamp", state.memory.timestamp);
-    writer.EndObject();
-    key(writer, "reaper");
-    writer.StartObject();
-    string(writer, "state", reaperStateName(state.reaperState));
-    writer.Key("purging");
-    writer.Bool(state.purgeInProgress);
-    writer.Key("purges");
-    writer.Uint64(state.purgeCount);
-    number(writer, "lastPurgeTime", state.lastPurgeTime);
-    writer.EndObject();
-    taskTable(writer, "mTaskList", state.tasks, state.now);
-    taskTable(writer, "mRunningTaskList", state.running, state.now);
-    taskTable(writer, "mPendingTaskList", state.pending, state.now);
-    key(writer, "mStoppedTaskList");
-    writer.StartArray();
-    for (const TaskKey& stopped : state.stopped) {
+    return jsonObject([&state](Writer& writer) {
+        number(writer, "now", state.now);
+        writer.Key("policy");
         writer.StartObject();
-        string(writer, "compId", stopped.first);
-        string(writer, "taskId", stopped.second);
+        string(writer, "path", state.policy.path);
+        number(writer, "eventGroups", static_cast<int64_t>(state.policy.eventGroups));
+        number(writer, "events", static_cast<int64_t>(state.policy.events));
+        number(writer, "components", static_cast<int64_t>(state.policy.components));
+        number(writer, "tasks", static_cast<int64_t>(state.policy.tasks));
+        number(writer, "autoStartTasks", static_cast<int64_t>(state.policy.autoStartTasks));
         writer.EndObject();
-    }
-    writer.EndArray();
-    ids(writer, "clients", state.clients);
-    key(writer, "metrics");
-    writer.StartArray();
-    for (const ZelMetricsRegistry::Value& metric : state.metrics) {
+        writer.Key("memory");
         writer.StartObject();
-        string(writer, "module", metric.module);
-        string(writer, "name", metric.name);
-        number(writer, "count", metric.count);
-        if (metric.timing) {
-            number(writer, "sum", metric.sum);
-            key(writer, "buckets");
-            writer.StartArray();
-            for (const int64_t bucket : metric.buckets) writer.Int64(bucket);
-            writer.EndArray();
+        number(writer, "status", state.memory.status);
+        writer.Key("value");
+        writer.Uint64(state.memory.value);
+        writer.Key("threshold");
+        writer.Uint64(state.memory.criticalThreshold);
+        number(writer, "timestamp", state.memory.timestamp);
+        writer.EndObject();
+        writer.Key("reaper");
+        writer.StartObject();
+        string(writer, "state", reaperStateName(state.reaperState));
+        writer.Key("purging");
+        writer.Bool(state.purgeInProgress);
+        writer.Key("purges");
+        writer.Uint64(state.purgeCount);
+        number(writer, "lastPurgeTime", state.lastPurgeTime);
+        writer.EndObject();
+        taskTable(writer, "mTaskList", state.tasks, state.now);
+        taskTable(writer, "mRunningTaskList", state.running, state.now);
+        taskTable(writer, "mPendingTaskList", state.pending, state.now);
+        writer.Key("mStoppedTaskList");
+        writer.StartArray();
+        for (const TaskKey& stopped : state.stopped) {
+            writer.StartObject();
+            string(writer, "compId", stopped.first);
+            string(writer, "taskId", stopped.second);
+            writer.EndObject();
         }
-        writer.EndObject();
-    }
-    writer.EndArray();
-    number(writer, "droppedMetrics", state.droppedMetrics);
-    writer.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+        writer.EndArray();
+        ids(writer, "clients", state.clients);
+        writer.Key("metrics");
+        writer.StartArray();
+        for (const ZelMetricsRegistry::Value& metric : state.metrics) {
+            writer.StartObject();
+            string(writer, "module", metric.module);
+            string(writer, "name", metric.name);
+            number(writer, "count", metric.count);
+            if (metric.timing) {
+                number(writer, "sum", metric.sum);
+                writer.Key("buckets");
+                writer.StartArray();
+                for (const int64_t bucket : metric.buckets) writer.Int64(bucket);
+                writer.EndArray();
+            }
+            writer.EndObject();
+        }
+        writer.EndArray();
+        number(writer, "droppedMetrics", state.droppedMetrics);
+    });
 }
 
 std::string text(const ZelEventState& state) {
@@ -280,25 +291,22 @@ std::string text(const ZelEventState& state) {
 }
 
 std::string json(const ZelEventState& state) {
-    rapidjson::StringBuffer buffer;
-    Writer writer(buffer);
-    writer.StartObject();
-    ids(writer, "participants", state.participants);
-    writer.Key("localDelivery");
-    writer.Bool(state.localDelivery);
-    key(writer, "subscriptions");
-    writer.StartArray();
-    for (const ZelEventState::Subscription& s : state.subscriptions) {
-        writer.StartObject();
-        number(writer, "publisher", s.publisher);
-        number(writer, "groupId", s.groupId);
-        number(writer, "eventId", s.eventId);
-        ids(writer, "subscribers", s.subscribers);
-        writer.EndObject();
-    }
-    writer.EndArray();
-    writer.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+    return jsonObject([&state](Writer& writer) {
+        ids(writer, "participants", state.participants);
+        writer.Key("localDelivery");
+        writer.Bool(state.localDelivery);
+        writer.Key("subscriptions");
+        writer.StartArray();
+        for (const ZelEventState::Subscription& s : state.subscriptions) {
+            writer.StartObject();
+            number(writer, "publisher", s.publisher);
+            number(writer, "groupId", s.groupId);
+            number(writer, "eventId", s.eventId);
+            ids(writer, "subscribers", s.subscribers);
+            writer.EndObject();
+        }
+        writer.EndArray();
+    });
 }
 
 }  // namespace ZelDaemonDump
