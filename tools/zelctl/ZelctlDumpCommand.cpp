@@ -27,7 +27,7 @@ const ZelctlCommand kCommand = {
         "dump", "dump [--events] [--json]",
         "print the daemon's state (tasks, memory report, reaper, clients, metrics)",
         "Asks the client service for its dump, as dumpsys does on the device, and prints\n"
-        "it as it comes: the policy file and its counts, the last memory report, the\n"
+        "it unchanged: the policy file and its counts, the last memory report, the\n"
         "reaper, the three task tables and the stopped list, the registered clients,\n"
         "the counters and request timings. docs/dump.md explains every field.\n"
         "\n"
