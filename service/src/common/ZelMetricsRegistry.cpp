@@ -12,15 +12,24 @@ enum SlotState : uint32_t { kFree = 0, kClaimed = 1, kReady = 2 };
 
 constexpr size_t kKeyBytes = 48;  // module and name each; longer ones are cut
 
+// Eight bytes at a time: recording hashes its key on every call.
+uint64_t mix(uint64_t hash, const std::string& text) {
+    constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15ull;
+    size_t at = 0;
+    for (; at + 8 <= text.size(); at += 8) {
+        uint64_t word = 0;
+        std::memcpy(&word, text.data() + at, 8);
+        hash = (hash ^ word) * kMultiplier;
+        hash ^= hash >> 29;
+    }
+    uint64_t tail = static_cast<uint64_t>(text.size()) << 56;  // ("ab","c") is not ("a","bc")
+    std::memcpy(&tail, text.data() + at, text.size() - at);
+    hash = (hash ^ tail) * kMultiplier;
+    return hash ^ (hash >> 32);
+}
+
 uint64_t hashOf(const std::string& module, const std::string& name) {
-    uint64_t hash = 14695981039346656037ull;  // FNV-1a
-    auto mix = [&hash](const std::string& text) {
-        for (const char c : text) hash = (hash ^ static_cast<uint8_t>(c)) * 1099511628211ull;
-        hash = (hash ^ 0xffu) * 1099511628211ull;  // separates ("ab","c") from ("a","bc")
-    };
-    mix(module);
-    mix(name);
-    return hash;
+    return mix(mix(0, module), name);
 }
 
 void copyKey(char (&to)[kKeyBytes], const std::string& from) {
