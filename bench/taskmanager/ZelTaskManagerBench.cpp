@@ -6,13 +6,21 @@
 //                    the task tables, three times (one per table)
 //   BM_Purge         one purge completing and cleaning 10,000 running tasks
 //   BM_SnapshotWalk  baseline: copy a 10,000-entry table and read each record
+//   BM_ListenerCycle the same cycle through the activity listener (request
+//                    handling, metrics recording, no IPC)
+//   BM_ListenerCycleUnrecorded  baseline: the same with the metrics registry
+//                    switched off (the recorder's context is still made)
 #include <atomic>
 #include <filesystem>
 #include <fstream>
 
 #include <log/log.h>
 
+#include <com/ostrel/zeld/interfaces/ZelTaskContext.h>
+
+#include "ZelActivityListener.h"
 #include "ZelBenchSupport.h"
+#include "ZelMetrics.h"
 #include "ZelTaskManager.h"
 #include "ZelTime.h"
 #include "zel/ZelHostLog.h"
@@ -109,10 +117,40 @@ void BM_SnapshotWalk(benchmark::State& state) {
     }
 }
 
+// Start request, started and completed through the listener; the replies go
+// nowhere (no server in the context), as the listener allows.
+void listenerCycles(benchmark::State& state, bool recording) {
+    auto manager = makeManager(1000, 1);
+    if (manager == nullptr) return state.SkipWithError("policy not loaded");
+    auto listener = ZelActivityListener::create("COM_OSTREL_ZELD", manager, nullptr);
+    const auto context = ZelIpcContext::create(1, nullptr, nullptr, nullptr);
+    const std::vector<TaskKey> all = keys(1000, 1);
+    setZelMetricsRecording(recording);
+    size_t i = 0;
+    for (auto _ : state) {
+        const auto& [comp, task] = all[i++ % all.size()];
+        com::ostrel::zeld::interfaces::ZelTaskContext request;
+        comp.copy(request.compId, sizeof(request.compId) - 1);
+        task.copy(request.taskId, sizeof(request.taskId) - 1);
+        request.duration = 3000;
+        listener->processAsyncFunction(context, 1, &request);
+        request.token = static_cast<int32_t>(manager->getTask(comp, task)->getToken());
+        listener->processAsyncFunction(context, 2, &request);
+        listener->processAsyncFunction(context, 3, &request);
+        if (i % 100 == 0) manager->clearStoppedTasks();
+    }
+    setZelMetricsRecording(true);
+}
+
+void BM_ListenerCycle(benchmark::State& state) { listenerCycles(state, true); }
+void BM_ListenerCycleUnrecorded(benchmark::State& state) { listenerCycles(state, false); }
+
 BENCHMARK(BM_MapCycle);
 BENCHMARK(BM_RequestCycle);
 BENCHMARK(BM_SnapshotWalk)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Purge)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ListenerCycleUnrecorded);
+BENCHMARK(BM_ListenerCycle);
 
 }  // namespace
 
@@ -124,6 +162,7 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatio("BM_RequestCycle", "BM_MapCycle");
     reporter.printRatio("BM_Purge", "BM_SnapshotWalk");
+    reporter.printRatio("BM_ListenerCycle", "BM_ListenerCycleUnrecorded");
     benchmark::Shutdown();
     return 0;
 }

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <thread>
 #include <vector>
 
 #include "ZelMetrics.h"
 #include "ZelMetricsRecorder.h"
+#include "ZelMetricsRegistry.h"
 #include "ZelTime.h"
 
 TEST(ZelMetrics, FactoryBuildsContextsAndObserverSeesEveryCount) {
@@ -53,4 +55,29 @@ TEST(ZelTime, WholeSecondsAndTruncatedMillisecondsFromAReplaceableClock) {
     const int64_t real = ZelTime::monotonicSeconds();
     EXPECT_GE(ZelTime::monotonicSeconds(), real);
     EXPECT_NE(ZelTime::monotonicNanos(), gFakeNanos);
+}
+
+TEST(ZelMetricsRegistry, CountersAddTimingsKeepCountSumAndPowerOfTwoBuckets) {
+    const ZelMetricsFactory module = makeZelMetricsFactory("RegistryTest");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 250; ++i) module().addCount("HitCount", 2);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    for (const int64_t millis : {0, 1, 3, 4, 7, 100000}) module().addCount("WorkTime", millis);
+    std::map<std::string, ZelMetricsRegistry::Value> values;
+    for (const auto& value : ZelMetricsRegistry::instance().snapshot()) {
+        if (value.module == "RegistryTest") values[value.name] = value;
+    }
+    EXPECT_EQ(values["HitCount"].count, 2000);
+    EXPECT_FALSE(values["HitCount"].timing);
+    const ZelMetricsRegistry::Value& work = values["WorkTime"];
+    EXPECT_EQ(work.count, 6);
+    EXPECT_EQ(work.sum, 100015);
+    // 0 | 1 | 2-3 | 4-7 | ... | the last bucket is open
+    const std::array<int64_t, ZelMetricsRegistry::kBuckets> expected{1, 1, 1, 2, 0, 0, 0, 0,
+                                                                     0, 0, 0, 0, 0, 0, 0, 1};
+    EXPECT_EQ(work.buckets, expected);
 }

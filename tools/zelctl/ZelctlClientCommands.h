@@ -11,3 +11,4 @@ const ZelctlCommand& zelctlWaitCommand();
 const ZelctlCommand& zelctlWatchCommand();
 const ZelctlCommand& zelctlMemoryCommand();
 const ZelctlCommand& zelctlPropsCommand();
+const ZelctlCommand& zelctlDumpCommand();

@@ -49,6 +49,7 @@ const std::vector<ZelctlCommand>& ZelctlCommandTable::commands() {
             zelctlWatchCommand(),
             zelctlMemoryCommand(),
             zelctlPropsCommand(),
+            zelctlDumpCommand(),
             {"policy", ZelctlPolicyCommand::kSynopsis, ZelctlPolicyCommand::kSummary,
              ZelctlPolicyCommand::kHelp, false, ZelctlPolicyCommand::run},
     };

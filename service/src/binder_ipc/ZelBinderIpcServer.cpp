@@ -166,3 +166,7 @@ Status ZelBinderIpcServer::handleMessage(std::shared_ptr<ZelAsyncMessage> messag
     ZEL_LOGE("Invalid Server CB or Task Context");
     return illegalArgument();
 }
+
+void ZelBinderIpcServer::setStateSource(ZelStateSource source) {
+    mService->setStateSource(std::move(source));
+}

@@ -42,6 +42,9 @@ public:
     // serialisable. Always sends the 12-byte reply record at `data`.
     int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data, int length) override;
 
+    // Passed on to the client service.
+    void setStateSource(ZelStateSource source) override;
+
     // The service's message handler.
     android::binder::Status handleMessage(std::shared_ptr<ZelAsyncMessage> message);
 

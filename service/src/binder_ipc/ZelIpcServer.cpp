@@ -21,3 +21,5 @@ ServerCallback ZelIpcServer::getServerCallback() {
     std::lock_guard<std::mutex> guard(mCallbackLock);
     return mServerCallback;
 }
+
+void ZelIpcServer::setStateSource(ZelStateSource) {}

@@ -4,6 +4,8 @@
 #include <memory>
 #include <mutex>
 
+#include "ZelDaemonDump.h"
+
 class ZelIpcContext;
 
 // The request handler a server calls for each accepted client message: the
@@ -30,6 +32,9 @@ public:
     virtual int clearServerCallback();
     // A copy, so a caller can run it while another thread replaces it.
     virtual ServerCallback getServerCallback();
+    // What the published service's dump prints besides its own registry; a
+    // server without a dump ignores it.
+    virtual void setStateSource(ZelStateSource source);
 
 private:
     std::mutex mCallbackLock;  // a leaf: guards mServerCallback

@@ -5,6 +5,8 @@
 #include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 
+#include "ZelDumpAccess.h"
+#include "ZelDumpOutput.h"
 #include "ZelLog.h"
 
 using android::sp;
@@ -26,6 +28,7 @@ Status ZelServerIZelBinderIPCImpl::registerCallback(
     sp<IZelBinderIPCRequestCallback> previous;  // released after mLock
     std::lock_guard<std::mutex> guard(mLock);
     if (client.value == 0 || callback == nullptr) return illegalArgument();
+    std::lock_guard<std::mutex> registryGuard(mRegistryLock);
     auto it = mCallbacks.find(client.value);
     if (it != mCallbacks.end()) {
         previous = std::move(it->second);
@@ -39,6 +42,7 @@ Status ZelServerIZelBinderIPCImpl::unregisterCallback(const ServiceIdentifier& c
     sp<IZelBinderIPCRequestCallback> previous;  // released after mLock
     std::lock_guard<std::mutex> guard(mLock);
     if (client.value == 0) return illegalArgument();
+    std::lock_guard<std::mutex> registryGuard(mRegistryLock);
     auto it = mCallbacks.find(client.value);
     if (it != mCallbacks.end()) {
         previous = std::move(it->second);
@@ -65,8 +69,11 @@ Status ZelServerIZelBinderIPCImpl::sendAsyncMessage(const ServiceIdentifier& cli
     auto message = std::make_shared<ZelAsyncMessage>();
     message->messageId = kind;
     message->client = client;
-    if (auto it = mCallbacks.find(client.value); it != mCallbacks.end()) {
-        message->callback = it->second;
+    {
+        std::lock_guard<std::mutex> registryGuard(mRegistryLock);
+        if (auto it = mCallbacks.find(client.value); it != mCallbacks.end()) {
+            message->callback = it->second;
+        }
     }
     message->functionId = request.functionId;
     message->data = &taskContext;
@@ -82,4 +89,29 @@ void ZelServerIZelBinderIPCImpl::setMessageHandler(MessageHandler handler) {
     std::lock_guard<std::mutex> guard(mLock);
     previous = std::move(mMessageHandler);
     mMessageHandler = std::move(handler);
+}
+
+void ZelServerIZelBinderIPCImpl::setStateSource(ZelStateSource source) {
+    ZelStateSource previous;  // destroyed after mRegistryLock
+    std::lock_guard<std::mutex> guard(mRegistryLock);
+    previous = std::move(mStateSource);
+    mStateSource = std::move(source);
+}
+
+android::status_t ZelServerIZelBinderIPCImpl::dump(int fd,
+                                                   const android::Vector<android::String16>& args) {
+    if (!zelCallerMayDump()) return android::PERMISSION_DENIED;
+    ZelStateSource source;
+    std::vector<int32_t> clients;
+    {
+        // Not mLock: a request may hold that for as long as it waits for a purge.
+        std::lock_guard<std::mutex> guard(mRegistryLock);
+        source = mStateSource;
+        for (const auto& entry : mCallbacks) clients.push_back(entry.first);
+    }
+    // The task manager's locks are taken after mRegistryLock is released.
+    ZelDaemonState state = source ? source() : ZelDaemonState{};
+    state.clients = std::move(clients);
+    return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelDaemonDump::json(state)
+                                                                   : ZelDaemonDump::text(state));
 }

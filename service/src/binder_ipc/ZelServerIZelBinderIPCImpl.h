@@ -10,6 +10,7 @@
 #include <com/ostrel/zeld/interfaces/BnZelBinderIPC.h>
 
 #include "ZelAsyncMessage.h"
+#include "ZelDaemonDump.h"
 
 // The client service "com.ostrel.zeld.service.IZelBinderIPC": the registry of
 // client callbacks, and the checks and decoding of each client message before
@@ -17,7 +18,9 @@
 //
 // mLock, the registry lock, is held across the whole of every call, handling
 // and any immediate reply included: the daemon handles one client request at
-// a time. It guards mCallbacks and mMessageHandler.
+// a time. It guards mMessageHandler. mRegistryLock, a leaf taken under mLock
+// by the calls, guards mCallbacks and mStateSource: a dump takes only that one,
+// to copy, so a request that waits under mLock does not hold up a dump.
 class ZelServerIZelBinderIPCImpl : public com::ostrel::zeld::interfaces::BnZelBinderIPC {
 public:
     using ServiceIdentifier = com::ostrel::zeld::interfaces::ServiceIdentifier;
@@ -38,9 +41,16 @@ public:
 
     // Installed by the IPC server; an empty handler drops later messages.
     void setMessageHandler(MessageHandler handler);
+    void setStateSource(ZelStateSource source);
+
+    // The daemon's state as text, or one JSON document with "--json";
+    // PERMISSION_DENIED and nothing written for a caller who may not dump.
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
 
 private:
     MessageHandler mMessageHandler;
+    ZelStateSource mStateSource;
     std::mutex mLock;
+    std::mutex mRegistryLock;
     std::map<int32_t, android::sp<IZelBinderIPCRequestCallback>> mCallbacks;
 };

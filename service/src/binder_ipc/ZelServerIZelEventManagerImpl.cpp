@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "ZelDaemonDump.h"
+#include "ZelDumpAccess.h"
+#include "ZelDumpOutput.h"
+
 using android::sp;
 using android::binder::Status;
 
@@ -116,4 +120,20 @@ Status ZelServerIZelEventManagerImpl::publish(const ServiceIdentifier& publisher
 void ZelServerIZelEventManagerImpl::setLocalEventCallback(LocalEventCallback callback) {
     std::lock_guard<std::mutex> guard(mLock);
     mLocalEventCallback = std::move(callback);
+}
+
+android::status_t ZelServerIZelEventManagerImpl::dump(
+        int fd, const android::Vector<android::String16>& args) {
+    if (!zelCallerMayDump()) return android::PERMISSION_DENIED;
+    ZelEventState state;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        state.localDelivery = static_cast<bool>(mLocalEventCallback);
+        for (const auto& entry : mCallbacks) state.participants.push_back(entry.first);
+        for (const auto& [key, subscribers] : mSubscriptions) {
+            state.subscriptions.push_back({key.publisher, key.groupId, key.eventId, subscribers});
+        }
+    }
+    return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelDaemonDump::json(state)
+                                                                   : ZelDaemonDump::text(state));
 }

@@ -62,6 +62,11 @@ public:
     // The daemon's in-process delivery path (set by its event dispatcher).
     void setLocalEventCallback(LocalEventCallback callback);
 
+    // Participants and subscriptions as text, or one JSON document with
+    // "--json", copied under mLock and written after it;
+    // PERMISSION_DENIED and nothing written for a caller who may not dump.
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
+
 private:
     LocalEventCallback mLocalEventCallback;
     std::mutex mLock;

@@ -1,6 +1,7 @@
 #pragma once
 
-// The one way the daemon's code includes RapidJSON's document API.
+// The one way the daemon's code includes RapidJSON (its document API, and the
+// writer that dumps print with).
 //
 // RapidJSON 1.1.0's internal stack adds offsets to its still-null pointer on
 // the first push of every parse. Clang's UBSan reports that (GCC's does not),
@@ -24,6 +25,8 @@
 #pragma clang attribute push(__attribute__((no_sanitize("pointer-overflow"))), apply_to = function)
 #endif
 #include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #if defined(__clang__)
 #pragma clang attribute pop
 #endif

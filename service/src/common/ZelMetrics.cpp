@@ -3,8 +3,11 @@
 #include <atomic>
 #include <utility>
 
+#include "ZelMetricsRegistry.h"
+
 namespace {
 std::atomic<ZelMetricsObserver*> gObserver{nullptr};
+std::atomic<bool> gRecording{true};
 }  // namespace
 
 ZelMetrics::ZelMetrics(std::string program, std::string module)
@@ -18,6 +21,9 @@ void ZelMetrics::addCount(const std::string& name, int64_t value) const {
     if (ZelMetricsObserver* observer = gObserver.load(std::memory_order_acquire)) {
         observer->onCount(moduleName, name, value);
     }
+    if (gRecording.load(std::memory_order_relaxed)) {
+        ZelMetricsRegistry::instance().record(moduleName, name, value);
+    }
 }
 
 ZelMetricsFactory makeZelMetricsFactory(const std::string& moduleName) {
@@ -26,4 +32,8 @@ ZelMetricsFactory makeZelMetricsFactory(const std::string& moduleName) {
 
 void setZelMetricsObserver(ZelMetricsObserver* observer) {
     gObserver.store(observer, std::memory_order_release);
+}
+
+void setZelMetricsRecording(bool recording) {
+    gRecording.store(recording, std::memory_order_relaxed);
 }

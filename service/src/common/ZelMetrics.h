@@ -4,16 +4,15 @@
 #include <functional>
 #include <string>
 
-// Per-module metrics context. Recording is deliberately without effect: the
-// shape stays so a real back end (configured by configPath) can go behind
-// addCount without touching callers. Every recording makes a fresh context
-// from its module's gMetricsFactory, adds one value and drops the context.
+// Per-module metrics context. Every recording makes a fresh context from its
+// module's gMetricsFactory, adds one value and drops the context; the values
+// go to the process's ZelMetricsRegistry (configPath is kept, not read).
 class ZelMetrics {
 public:
     ZelMetrics(std::string program, std::string module);
     virtual ~ZelMetrics();
 
-    // No effect beyond telling an installed observer (tests only).
+    // Records into ZelMetricsRegistry and tells an installed observer (tests).
     void addCount(const std::string& name, int64_t value) const;
 
     std::string programName;
@@ -42,3 +41,7 @@ public:
                          int64_t value) = 0;
 };
 void setZelMetricsObserver(ZelMetricsObserver* observer);
+
+// Turns the registry's recording off and on (a benchmark's baseline); on by
+// default.
+void setZelMetricsRecording(bool recording);

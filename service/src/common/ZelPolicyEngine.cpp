@@ -12,11 +12,26 @@ std::shared_ptr<ZelPolicyEngine> ZelPolicyEngine::create(const std::string& poli
         ZEL_LOGE("Failed to construct ZEL policy");
         return nullptr;
     }
-    return std::shared_ptr<ZelPolicyEngine>(new ZelPolicyEngine(std::move(policy)));
+    return std::shared_ptr<ZelPolicyEngine>(new ZelPolicyEngine(std::move(policy), policyFilePath));
 }
 
-ZelPolicyEngine::ZelPolicyEngine(std::shared_ptr<const ZelPolicy> policy)
-    : mPolicy(std::move(policy)) {}
+namespace {
+
+ZelPolicyEngine::Summary summarise(const ZelPolicy& policy, std::string path) {
+    ZelPolicyEngine::Summary summary;
+    summary.path = std::move(path);
+    summary.eventGroups = policy.eventGroups.size();
+    for (const auto& group : policy.groupEvents) summary.events += group.second.size();
+    summary.components = policy.components.size();
+    summary.tasks = policy.taskTable ? policy.taskTable->size() : 0;
+    summary.autoStartTasks = policy.autoStartTasks.size();
+    return summary;
+}
+
+}  // namespace
+
+ZelPolicyEngine::ZelPolicyEngine(std::shared_ptr<const ZelPolicy> policy, std::string path)
+    : mPolicy(std::move(policy)), mSummary(summarise(*mPolicy, std::move(path))) {}
 
 std::shared_ptr<PolicyTask> ZelPolicyEngine::findTask(const std::string& compId,
                                                       const std::string& taskId) const {

@@ -36,8 +36,19 @@ public:
 
     std::list<TaskKey> getAutoStartTasks() const;
 
+    // Where the policy came from and how much it holds, for diagnostics.
+    struct Summary {
+        std::string path;
+        size_t eventGroups = 0;
+        size_t events = 0;
+        size_t components = 0;
+        size_t tasks = 0;
+        size_t autoStartTasks = 0;
+    };
+    const Summary& getSummary() const { return mSummary; }
+
 private:
-    explicit ZelPolicyEngine(std::shared_ptr<const ZelPolicy> policy);
+    ZelPolicyEngine(std::shared_ptr<const ZelPolicy> policy, std::string path);
 
     // A copy of the field of the task (or of its component), or the field
     // type's neutral value (false, 0, empty) when there is none.
@@ -49,4 +60,5 @@ private:
                          Field PolicyComponent::*field) const;
 
     const std::shared_ptr<const ZelPolicy> mPolicy;
+    const Summary mSummary;  // counted once; the policy never changes
 };

@@ -6,6 +6,8 @@ std::mutex gReaperMutex;
 std::condition_variable gReaperCondition;
 int32_t gReaperState = REAPER_STATE_WAIT;
 uint8_t gPurgeInProgress = 0;
+uint64_t gPurgeCount = 0;
+int64_t gLastPurgeTime = 0;
 
 void ZelReaperSync::waitForPurgeEnd() {
     std::unique_lock<std::mutex> lock(gReaperMutex);

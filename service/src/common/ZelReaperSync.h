@@ -6,7 +6,7 @@
 #include <thread>
 
 // Process-wide state shared by the reaper thread and the request paths.
-// gReaperMutex guards gReaperState and gPurgeInProgress and is the outermost
+// gReaperMutex guards the other g- variables below and is the outermost
 // lock of task management (then the stopped-list mutex, then one table
 // mutex, then one record mutex). gReaperThread is never detached: a process
 // that exits while the reaper runs ends through its destructor.
@@ -21,6 +21,10 @@ extern std::mutex gReaperMutex;
 extern std::condition_variable gReaperCondition;
 extern int32_t gReaperState;
 extern uint8_t gPurgeInProgress;
+// Purges finished and the monotonic second the last one ended (0: none yet),
+// for diagnostics; guarded by gReaperMutex like the rest.
+extern uint64_t gPurgeCount;
+extern int64_t gLastPurgeTime;
 
 // The short operations on that state. The reaper and the request paths wait
 // on the same condition variable, so every notification wakes all waiters.

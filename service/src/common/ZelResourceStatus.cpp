@@ -17,6 +17,11 @@ int64_t ZelResourceStatus::getTimestamp(uint32_t index) const {
     return index == kMemoryResource ? mMemoryStatus.getTimestamp() : 0;
 }
 
+ResourceStatusInfo ZelResourceStatus::getMemoryStatus() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mMemoryStatus;
+}
+
 bool ZelResourceStatus::isThresholdExceeded(uint32_t index, uint64_t amount) const {
     std::lock_guard<std::mutex> guard(mLock);
     if (index != kMemoryResource || mMemoryStatus.getTimestamp() == 0) return false;

@@ -16,6 +16,8 @@ public:
                 int64_t timestamp);
     uint32_t getStatus(uint32_t index) const;
     int64_t getTimestamp(uint32_t index) const;
+    // The whole memory report, copied under one holding.
+    ResourceStatusInfo getMemoryStatus() const;
     // False until a report has arrived; then (amount + value) > threshold.
     bool isThresholdExceeded(uint32_t index, uint64_t amount) const;
 

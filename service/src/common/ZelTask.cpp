@@ -90,6 +90,11 @@ int64_t ZelTask::getStartTime() const {
     return mStartTime;
 }
 
+ZelTask::Fields ZelTask::fields() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return Fields{mCompId, mTaskId, mState, mToken, mNotify, mDuration, mEnsureRunTime, mStartTime};
+}
+
 int64_t ZelTask::getEndTime() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mEndTime;

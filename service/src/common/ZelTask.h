@@ -74,6 +74,18 @@ extern std::mutex gTokenLock;
 // mLock, which is a leaf: no accessor calls out while holding it.
 class ZelTask {
 public:
+    // The fields a diagnostic dump shows, copied under one holding.
+    struct Fields {
+        std::string compId;
+        std::string taskId;
+        int32_t state = 0;
+        uint32_t token = 0;
+        int32_t notify = 0;
+        int32_t duration = 0;       // granted run time, ms
+        int32_t ensureRunTime = 0;
+        int64_t startTime = 0;      // monotonic seconds; 0 until running
+    };
+
     // Empty when exactly one of taskContext and callback is given: a deferred
     // answer needs both or neither.
     static std::shared_ptr<ZelTask> create(std::string compId, std::string taskId,
@@ -110,6 +122,7 @@ public:
 
     // mStartTime and mDuration read under one holding (run-time checks).
     void getRunTime(int64_t& startTime, int32_t& duration) const;
+    Fields fields() const;
     // Everything a deferred answer needs, read under one holding.
     void getAnswerChannel(std::shared_ptr<ZelIpcContext>& taskContext, ZelTaskCallback& callback,
                           uint32_t& token) const;

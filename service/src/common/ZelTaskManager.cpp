@@ -509,6 +509,8 @@ void ZelTaskManager::reaperFunc(ZelTaskManager* manager) {
             clearList(manager);
             lock.lock();
             gPurgeInProgress = 0;
+            ++gPurgeCount;
+            gLastPurgeTime = ZelTime::monotonicSeconds();
             // Written blindly: a stop request stored meanwhile is overwritten.
             gReaperState = REAPER_STATE_WAIT;
             state = REAPER_STATE_WAIT;

@@ -1,0 +1,173 @@
+// The services' dumps against the real zeld: taken while clients run, with a
+// reader that stops reading, by a caller of another uid, and in both forms.
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include "PolicyRapidJson.h"
+#include "ZelDaemonDump.h"
+#include "ZelDaemonProcess.h"
+#include "ZelMemoryReporter.h"
+#include "ZelctlDumpReader.h"
+#include "zel/client/ZelClient.h"
+
+using namespace zel::client;
+
+namespace {
+
+constexpr Millis kReply{5000};
+
+class ZelDaemonDumpTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        mRoot.writeFile("/system/etc/zel_policy.json", readZelTestFile(ZELD_EXAMPLE_POLICY));
+        mDaemon = std::make_unique<ZelDaemonProcess>(ZELD_PATH, mRoot);
+        ASSERT_TRUE(mDaemon->waitUntilServing());
+        mMonitor.report({});
+        mService = android::defaultServiceManager()->checkService(
+                android::String16("com.ostrel.zeld.service.IZelBinderIPC"));
+        ASSERT_NE(mService, nullptr);
+    }
+    std::string dump(bool json) {
+        std::string text;
+        EXPECT_EQ(zelctlReadDump(mService, json, &text), android::OK);
+        return text;
+    }
+    // One client's start, started and completed reports of `task`.
+    static void cycle(ZelClient& client, const char* comp, const char* task) {
+        const auto grant = client.requestStart(comp, task, false, 3000, kReply);
+        ASSERT_TRUE(grant.ok()) << toString(grant.error());
+        ASSERT_TRUE(client.reportStarted(comp, task, grant->token, 3000, kReply).ok());
+        ASSERT_TRUE(client.reportCompleted(comp, task, grant->token, kReply).ok());
+    }
+
+    ZelTestRoot mRoot;
+    std::unique_ptr<ZelDaemonProcess> mDaemon;
+    ZelMemoryReporter mMonitor;
+    android::sp<android::IBinder> mService;
+};
+
+ZelTask::Fields fieldsOf(const rapidjson::Value& record) {
+    ZelTask::Fields task;
+    task.compId = record["compId"].GetString();
+    task.taskId = record["taskId"].GetString();
+    while (task.state < 6 && ZelDaemonDump::stateName(task.state) != record["state"].GetString()) {
+        ++task.state;
+    }
+    task.token = static_cast<uint32_t>(record["token"].GetInt64());
+    task.notify = record["notify"].GetInt();
+    task.duration = record["duration"].GetInt();
+    task.ensureRunTime = record["ensureRunTime"].GetInt();
+    task.startTime = record["startTime"].GetInt64();
+    return task;
+}
+
+}  // namespace
+
+TEST_F(ZelDaemonDumpTest, DumpsWhileEightClientsRunHoldConsistentRecordsInBothForms) {
+    std::atomic<bool> running{true};
+    std::vector<std::future<void>> clients;
+    for (int32_t i = 0; i < 8; ++i) {
+        clients.push_back(std::async(std::launch::async, [&, i] {
+            ZelClientOptions options;
+            options.clientId = 100 + i;
+            const auto client = ZelClient::connect(options, nullptr);
+            ASSERT_NE(client, nullptr);
+            const char* task = i % 2 == 0 ? "crashUpload" : "mapTileSync";
+            while (running) cycle(*client, i % 2 == 0 ? "diagnostics" : "navigation", task);
+        }));
+    }
+    int64_t requests = 0;
+    for (int round = 0; round < 20; ++round) {
+        rapidjson::Document document;
+        ASSERT_FALSE(document.Parse(dump(true).c_str()).HasParseError());
+        for (const char* table : {"mTaskList", "mRunningTaskList", "mPendingTaskList"}) {
+            for (const auto& record : document[table].GetArray()) {
+                const ZelTask::Fields task = fieldsOf(record);
+                EXPECT_GE(task.state, TASK_STATE_CREATED);
+                EXPECT_LE(task.state, TASK_STATE_COMPLETED);
+                EXPECT_NE(task.token, 0u);
+                char hex[16];
+                snprintf(hex, sizeof(hex), "%x", task.token);
+                EXPECT_STREQ(record["tokenHex"].GetString(), hex);
+            }
+        }
+        for (const auto& metric : document["metrics"].GetArray()) {
+            if (std::string(metric["name"].GetString()) != "TaskStartRequestCount") continue;
+            EXPECT_GE(metric["count"].GetInt64(), requests);  // counters never go back
+            requests = metric["count"].GetInt64();
+        }
+    }
+    running = false;
+    for (auto& client : clients) client.get();
+    EXPECT_GT(requests, 0);
+
+    // Quiet now: the text form holds each record of the JSON form, line for line.
+    rapidjson::Document document;
+    std::string text;
+    do {
+        document.Parse(dump(true).c_str());
+        text = dump(false);
+    } while (text.find("monotonic " + std::to_string(document["now"].GetInt64()) + "s") ==
+             std::string::npos);
+    for (const char* table : {"mTaskList", "mRunningTaskList", "mPendingTaskList"}) {
+        for (const auto& record : document[table].GetArray()) {
+            const std::string line = ZelDaemonDump::taskLine(fieldsOf(record), document["now"].GetInt64());
+            EXPECT_NE(text.find("  " + line + "\n"), std::string::npos) << line;
+        }
+    }
+}
+
+TEST_F(ZelDaemonDumpTest, AReaderThatStopsReadingStallsNoRequest) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    while (write(ends[1], "x", 1) == 1) {
+    }  // full: the daemon's first write waits
+    std::atomic<bool> returned{false};
+    std::thread stuck([&] {
+        mService->dump(ends[1], {});
+        returned = true;
+    });
+    const auto client = ZelClient::connect({}, nullptr);
+    ASSERT_NE(client, nullptr);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 10; ++i) cycle(*client, "diagnostics", "crashUpload");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_FALSE(returned);  // the dump was still stuck all along
+    close(ends[0]);          // the reader goes away: the dump ends at once
+    stuck.join();
+    close(ends[1]);
+    EXPECT_NE(dump(false).find("mTaskList: "), std::string::npos);
+}
+
+TEST_F(ZelDaemonDumpTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
+    if (getuid() != 0) GTEST_SKIP() << "needs root to run a peer as another uid";
+    // The other uid must reach the runtime's sockets to be refused by the daemon.
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(mRoot.path())) {
+        std::filesystem::permissions(entry.path(), std::filesystem::perms::all);
+    }
+    std::filesystem::permissions(mRoot.path(), std::filesystem::perms::all);
+    const std::string outPath = mRoot.at("other.out");
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        dup2(out, STDOUT_FILENO);
+        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(3);
+        execl(ZELCTL_PATH, "zelctl", "--json", "dump", nullptr);
+        _exit(4);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(readZelTestFile(outPath).rfind("{\"error\":\"permission_denied\"", 0), 0u)
+            << readZelTestFile(outPath);
+}
