@@ -28,7 +28,7 @@ Status ZelServerIZelBinderIPCImpl::registerCallback(
     sp<IZelBinderIPCRequestCallback> previous;  // released after mLock
     std::lock_guard<std::mutex> guard(mLock);
     if (client.value == 0 || callback == nullptr) return illegalArgument();
-    std::lock_guard<std::mutex> registryGuard(mRegistryLock);
+    std::lock_guard<std::mutex> mapGuard(mCallbackMapLock);
     auto it = mCallbacks.find(client.value);
     if (it != mCallbacks.end()) {
         previous = std::move(it->second);
@@ -42,7 +42,7 @@ Status ZelServerIZelBinderIPCImpl::unregisterCallback(const ServiceIdentifier& c
     sp<IZelBinderIPCRequestCallback> previous;  // released after mLock
     std::lock_guard<std::mutex> guard(mLock);
     if (client.value == 0) return illegalArgument();
-    std::lock_guard<std::mutex> registryGuard(mRegistryLock);
+    std::lock_guard<std::mutex> mapGuard(mCallbackMapLock);
     auto it = mCallbacks.find(client.value);
     if (it != mCallbacks.end()) {
         previous = std::move(it->second);
@@ -70,7 +70,7 @@ Status ZelServerIZelBinderIPCImpl::sendAsyncMessage(const ServiceIdentifier& cli
     message->messageId = kind;
     message->client = client;
     {
-        std::lock_guard<std::mutex> registryGuard(mRegistryLock);
+        std::lock_guard<std::mutex> mapGuard(mCallbackMapLock);
         if (auto it = mCallbacks.find(client.value); it != mCallbacks.end()) {
             message->callback = it->second;
         }
@@ -92,8 +92,8 @@ void ZelServerIZelBinderIPCImpl::setMessageHandler(MessageHandler handler) {
 }
 
 void ZelServerIZelBinderIPCImpl::setStateSource(ZelStateSource source) {
-    ZelStateSource previous;  // destroyed after mRegistryLock
-    std::lock_guard<std::mutex> guard(mRegistryLock);
+    ZelStateSource previous;  // destroyed after mCallbackMapLock
+    std::lock_guard<std::mutex> guard(mCallbackMapLock);
     previous = std::move(mStateSource);
     mStateSource = std::move(source);
 }
@@ -105,11 +105,11 @@ android::status_t ZelServerIZelBinderIPCImpl::dump(int fd,
     std::vector<int32_t> clients;
     {
         // Not mLock: a request may hold that for as long as it waits for a purge.
-        std::lock_guard<std::mutex> guard(mRegistryLock);
+        std::lock_guard<std::mutex> guard(mCallbackMapLock);
         source = mStateSource;
         for (const auto& entry : mCallbacks) clients.push_back(entry.first);
     }
-    // The task manager's locks are taken after mRegistryLock is released.
+    // The task manager's locks are taken after mCallbackMapLock is released.
     ZelDaemonState state = source ? source() : ZelDaemonState{};
     state.clients = std::move(clients);
     return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelDaemonDump::json(state)

@@ -18,7 +18,7 @@
 //
 // mLock, the registry lock, is held across the whole of every call, handling
 // and any immediate reply included: the daemon handles one client request at
-// a time. It guards mMessageHandler. mRegistryLock, a leaf taken under mLock
+// a time. It guards mMessageHandler. mCallbackMapLock, a leaf taken under mLock
 // by the calls, guards mCallbacks and mStateSource: a dump takes only that one,
 // to copy, so a request that waits under mLock does not hold up a dump.
 class ZelServerIZelBinderIPCImpl : public com::ostrel::zeld::interfaces::BnZelBinderIPC {
@@ -51,6 +51,6 @@ private:
     MessageHandler mMessageHandler;
     ZelStateSource mStateSource;
     std::mutex mLock;
-    std::mutex mRegistryLock;
+    std::mutex mCallbackMapLock;
     std::map<int32_t, android::sp<IZelBinderIPCRequestCallback>> mCallbacks;
 };
