@@ -11,7 +11,6 @@
 #include "ZelTestFiles.h"
 #include "ZelTestProcess.h"
 
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 namespace {
@@ -71,30 +70,6 @@ TEST_P(ZelctlCaseTest, CheckPrintsTheExpectedTextAndGraphAgrees) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, ZelctlCaseTest, ::testing::ValuesIn(listZelTestCases(kCases)),
                          [](const auto& info) { return zelTestName(info.param); });
-
-TEST(ZelctlTest, UsageErrorsExitTwoWithAMessage) {
-    const std::string path = kCases + "/empty-sections/policy.json";
-    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-            {{}, "zelctl: missing command"},
-            {{"polciy", "check", path}, "zelctl: unknown command 'polciy'"},
-            {{"policy"}, "zelctl policy: missing subcommand"},
-            {{"policy", "lint", path}, "zelctl policy: unknown subcommand 'lint'"},
-            {{"policy", "check"}, "zelctl policy: expected exactly one FILE"},
-            {{"policy", "check", path, path}, "zelctl policy: expected exactly one FILE"},
-            {{"policy", "check", "--strict", path}, "zelctl policy: unknown option '--strict'"},
-            {{"policy", "graph", "--quiet", path}, "zelctl policy: unknown option '--quiet'"},
-    };
-    for (const auto& [args, message] : cases) {
-        SCOPED_TRACE(message);
-        const ZelProgramRun run = zelctl(args);
-        EXPECT_EQ(run.status, 2);
-        EXPECT_THAT(run.out, IsEmpty());
-        EXPECT_THAT(run.err, HasSubstr(message + "\nusage:"));
-    }
-    const ZelProgramRun help = zelctl({"help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_THAT(help.out, HasSubstr("zelctl policy check [--quiet] FILE"));
-}
 
 TEST(ZelPolicyCyclesTest, ReportsOneCyclePerGroupOfMutuallyDependentTasks) {
     using ::testing::ElementsAre;
