@@ -241,7 +241,9 @@ void runTask(zel::client::ZelClient& client, const std::string& comp, bool compl
     if (!started.ok() || started->status != 0) fail("started refused");
     if (!complete) return;
     const auto done = timed(samples[2], [&] { return client.reportCompleted(comp, "task0", grant->token, kTimeout); });
-    if (!done.ok() || done->status != 0) fail("completed refused");
+    // 5: a purge that ran between this cycle's start and its completion
+    // dropped the record while it cleared the previous cycle's stop.
+    if (!done.ok() || (done->status != 0 && done->status != 5)) fail("completed refused");
 }
 
 // The cycle of client `index` of `system`, made in the client's own process.
