@@ -61,14 +61,17 @@ public:
         for (const Run& run : runs) {
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             if (run.error_occurred || (run.run_type == Run::RT_Aggregate && !median)) continue;
-            mSeconds[run.run_name.function_name] =
+            const std::string& args = run.run_name.args;
+            mSeconds[run.run_name.function_name + (args.empty() ? "" : "/" + args)] =
                     run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
         }
     }
-    void printRatio(const std::string& measured, const std::string& baseline) {
-        if (mSeconds[measured] > 0 && mSeconds[baseline] > 0) {
-            std::printf("%s / %s (real time): %.2f\n", measured.c_str(), baseline.c_str(),
-                        mSeconds[measured] / mSeconds[baseline]);
+    // `measured` and `baseline` as registered; `arg` picks one size of both.
+    void printRatio(const std::string& measured, const std::string& baseline, const std::string& arg = "") {
+        const std::string suffix = arg.empty() ? "" : "/" + arg;
+        const double a = mSeconds[measured + suffix], b = mSeconds[baseline + suffix];
+        if (a > 0 && b > 0) {
+            std::printf("%s / %s%s (real time): %.2f\n", measured.c_str(), baseline.c_str(), suffix.c_str(), a / b);
         }
     }
 

@@ -4,8 +4,10 @@
 //                    components (cleanup every 100 cycles included)
 //   BM_MapCycle      baseline: find + insert + erase on a std::map keyed like
 //                    the task tables, three times (one per table)
-//   BM_Purge         one purge completing and cleaning 10,000 running tasks
-//   BM_SnapshotWalk  baseline: copy a 10,000-entry table and read each record
+//   BM_Purge         one purge completing and cleaning 10, 1,000 and 10,000
+//                    running tasks
+//   BM_SnapshotWalk  baseline: copy a table of as many entries and read each
+//                    record
 //   BM_ListenerCycle the same cycle through the activity listener (request
 //                    handling, metrics recording, no IPC)
 //   BM_ListenerCycleUnrecorded  baseline: the same with the metrics registry
@@ -87,11 +89,14 @@ void BM_MapCycle(benchmark::State& state) {
     }
 }
 
+constexpr int kTableSizes[] = {10, 1000, 10000};
+
 void BM_Purge(benchmark::State& state) {
-    const std::vector<TaskKey> all = keys(100, 100);
+    const int tasks = static_cast<int>(state.range(0));
+    const std::vector<TaskKey> all = keys(tasks, 1);
     for (auto _ : state) {
         state.PauseTiming();
-        auto manager = makeManager(100, 100);
+        auto manager = makeManager(tasks, 1);
         if (manager == nullptr) return state.SkipWithError("policy not loaded");
         for (const TaskKey& key : all) {
             auto task = ZelTask::create(key.first, key.second, 0, 5000, true, nullptr, nullptr);
@@ -107,7 +112,7 @@ void BM_Purge(benchmark::State& state) {
 
 void BM_SnapshotWalk(benchmark::State& state) {
     LockedTaskMap table;
-    for (const TaskKey& key : keys(100, 100)) {
+    for (const TaskKey& key : keys(static_cast<int>(state.range(0)), 1)) {
         table.insert(key, ZelTask::create(key.first, key.second, 0, 5000, true, nullptr, nullptr));
     }
     for (auto _ : state) {
@@ -147,8 +152,8 @@ void BM_ListenerCycleUnrecorded(benchmark::State& state) { listenerCycles(state,
 
 BENCHMARK(BM_MapCycle);
 BENCHMARK(BM_RequestCycle);
-BENCHMARK(BM_SnapshotWalk)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_Purge)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_SnapshotWalk)->Unit(benchmark::kMicrosecond)->Arg(10)->Arg(1000)->Arg(10000);
+BENCHMARK(BM_Purge)->Unit(benchmark::kMicrosecond)->Arg(10)->Arg(1000)->Arg(10000);
 BENCHMARK(BM_ListenerCycleUnrecorded);
 BENCHMARK(BM_ListenerCycle);
 
@@ -161,7 +166,7 @@ int main(int argc, char** argv) {
     ZelBenchReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatio("BM_RequestCycle", "BM_MapCycle");
-    reporter.printRatio("BM_Purge", "BM_SnapshotWalk");
+    for (int tasks : kTableSizes) reporter.printRatio("BM_Purge", "BM_SnapshotWalk", std::to_string(tasks));
     reporter.printRatio("BM_ListenerCycle", "BM_ListenerCycleUnrecorded");
     benchmark::Shutdown();
     return 0;
