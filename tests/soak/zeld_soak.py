@@ -220,9 +220,12 @@ def checkTables(dump):
                 raise AssertionError("record %s/%s twice in %s" % (key(r) + (table,)))
             seen.add(key(r))
             # A key completed and started again within one purge period loses
-            # its mTaskList record at that purge and keeps its running entry
-            # (docs/task-manager.md): absent is allowed, different is not.
-            if key(r) in main and main[key(r)] != r:
+            # its mTaskList record at that purge and keeps its running entry,
+            # which a later run does not replace (docs/task-manager.md): absent
+            # or an earlier run is allowed, anything else is not.
+            m = main.get(key(r))
+            if m is not None and m != r and not (
+                    m["token"] != r["token"] and r["startTime"] <= m["startTime"]):
                 raise AssertionError("%s/%s of %s not as in mTaskList: %r, %r" % (
                     key(r) + (table, r, main.get(key(r)))))
             if r["state"] not in states:
