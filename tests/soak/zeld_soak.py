@@ -305,7 +305,7 @@ def runScenario(args, name, policy, fault):
                 raise AssertionError("%s: %d handled, %d made" % (metricName, metric(dump, metricName), counts[n] + 1))
         # Descriptors and threads come back once the faulty peers are gone.
         deadline = time.time() + 5
-        while d.usage()[0] > before[0] + 2 or d.usage()[1] > before[1] + 2:
+        while d.usage()[0] > before[0] + 2 or d.usage()[1] > before[1]:
             if time.time() > deadline:
                 raise AssertionError("fds/threads %s before, %s after" % (before, d.usage()))
             time.sleep(0.2)

@@ -45,7 +45,8 @@ constexpr uint64_t kIdMask = (uint64_t{1} << kTagShift) - 1;
 uint64_t makeTag(Tag tag, uint64_t id) { return (static_cast<uint64_t>(tag) << kTagShift) | id; }
 
 constexpr size_t kDefaultMaxThreads = 15;
-// A spawned pool thread idle this long leaves if another thread is idle.
+// A spawned pool thread leaves once, for this long, another thread has always
+// been idle when it woke: its spare capacity went unused.
 constexpr int kIdleExitMs = 2000;
 using Clock = ZelDeadlines::Clock;
 using Kind = ZelDeadlines::Kind;
@@ -434,18 +435,27 @@ void ZelBinderRuntime::poolLoop(bool isMain, bool counted) {
     IPCThreadState::self();
 
     mPoolThreads += 1;
+    // Timing out alone is not enough: a trickle of work (a memory report a
+    // second) shared round-robin among the waiting threads would keep every
+    // spawned thread from ever waiting its full time.
+    auto neededAt = Clock::now();
     while (!mStopping) {
         mIdleThreads += 1;
         epoll_event ev;
         const int n = epoll_wait(mEpollFd.get(), &ev, 1, isMain ? -1 : kIdleExitMs);
-        mIdleThreads -= 1;
+        const size_t othersIdle = --mIdleThreads;
         if (mStopping) break;
-        if (n == 0) {
-            if (!isMain && mIdleThreads.load() > 0) break;
-            continue;
+        bool leave = false;
+        if (!isMain) {
+            const auto now = Clock::now();
+            if (othersIdle == 0) {
+                neededAt = now;
+            } else {
+                leave = now - neededAt >= std::chrono::milliseconds(kIdleExitMs);
+            }
         }
-        if (n < 0) continue;
-        dispatch(ev.data.u64, ev.events);
+        if (n > 0) dispatch(ev.data.u64, ev.events);
+        if (leave) break;
     }
     mPoolThreads -= 1;
     if (counted) mSpawnedThreads -= 1;
