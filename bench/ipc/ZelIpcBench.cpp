@@ -314,13 +314,17 @@ int main(int argc, char** argv) {
         if (pipe(result) != 0) fail("pipe");
         children.push_back(forkReady([&](int readyFd) {  // runs its cycles once `go` closes; sends its samples and end time
             close(go[1]);
-            const Cycle cycle = makeCycle(system, index, dir);
             Samples samples(kinds.size());
-            signalReady(readyFd);
-            char byte;
-            if (read(go[0], &byte, 1) != 0) _exit(2);
-            for (int i = 0; i < cycles; ++i) cycle(samples);
-            samples.push_back({nowMicros()});
+            {
+                // Destroyed before the figures go out: a zeld client unregisters
+                // its callback, which the daemon would otherwise keep for good.
+                const Cycle cycle = makeCycle(system, index, dir);
+                signalReady(readyFd);
+                char byte;
+                if (read(go[0], &byte, 1) != 0) _exit(2);
+                for (int i = 0; i < cycles; ++i) cycle(samples);
+                samples.push_back({nowMicros()});
+            }
             for (auto& kind : samples) {
                 const uint64_t count = kind.size();
                 moveAll(result[1], const_cast<uint64_t*>(&count), sizeof(count), true);
