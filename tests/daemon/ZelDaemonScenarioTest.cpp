@@ -30,6 +30,7 @@ using namespace zel::client;
 namespace {
 
 const auto kReplyWait = std::chrono::seconds(2);
+constexpr int32_t kRawSenderId = 78;  // below every process-id based identifier
 const auto kEventualWait = std::chrono::seconds(15);
 
 [[noreturn]] void refuse(const std::string& what) { throw std::invalid_argument(what); }
@@ -163,6 +164,7 @@ private:
 
     std::string startDaemon() {
         mClient.reset();
+        mRawSender.reset();
         mMonitor.reset();
         mDaemon = std::make_unique<ZelDaemonProcess>(ZELD_BINARY, mRoot,
                                                      "zeld-" + std::to_string(++mDaemons) + ".log");
@@ -225,7 +227,7 @@ private:
         }
         const std::string sender = opts.count("client") ? opts.at("client") : "77";
         const auto status = service->sendAsyncMessage(
-                ServiceIdentifier(sender == "me" ? client().clientId() : std::stoi(sender)),
+                ServiceIdentifier(sender == "me" ? rawSender().clientId() : std::stoi(sender)),
                 MessageIdentifier(std::stoi(opts.count("kind") ? opts.at("kind") : "1")), bytes);
         return status.isOk() ? "ok" : status.exceptionCode() == -3 ? "refused" : "error";
     }
@@ -256,6 +258,20 @@ private:
         if (!answered) return "none";
         mPeerId = id;
         return replyText(ZelReply{token, canStart != 0, status});
+    }
+
+    // "me" of raw sends: registered, so the daemon answers, but never making
+    // requests, so that answer cannot be taken for the reply to one (a reply
+    // record names no task).
+    ZelClient& rawSender() {
+        if (!mRawSender) {
+            ZelClientOptions options;
+            options.clientId = kRawSenderId;
+            ZelClientError error;
+            mRawSender = ZelClient::connect(options, &error);
+            if (!mRawSender) refuse(std::string("no raw sender: ") + toString(error));
+        }
+        return *mRawSender;
     }
 
     ZelClient& client() {
@@ -312,6 +328,7 @@ private:
     int mDaemons = 0;
     std::unique_ptr<ZelMemoryReporter> mMonitor;
     std::unique_ptr<ZelClient> mClient;
+    std::unique_ptr<ZelClient> mRawSender;
     std::unique_ptr<ZelPeerProcess> mPeer;
     int mPeerId = 0;
     std::map<std::string, int32_t> mTokens;
