@@ -260,27 +260,21 @@ private:
         return replyText(ZelReply{token, canStart != 0, status});
     }
 
+    // The test's client, made at its first use.
+    ZelClient& client() { return connected(mClient, 0); }
     // "me" of raw sends: registered, so the daemon answers, but never making
     // requests, so that answer cannot be taken for the reply to one (a reply
     // record names no task).
-    ZelClient& rawSender() {
-        if (!mRawSender) {
+    ZelClient& rawSender() { return connected(mRawSender, kRawSenderId); }
+    ZelClient& connected(std::unique_ptr<ZelClient>& client, int32_t clientId) {
+        if (!client) {
             ZelClientOptions options;
-            options.clientId = kRawSenderId;
+            options.clientId = clientId;
             ZelClientError error;
-            mRawSender = ZelClient::connect(options, &error);
-            if (!mRawSender) refuse(std::string("no raw sender: ") + toString(error));
+            client = ZelClient::connect(options, &error);
+            if (!client) refuse(std::string("no client: ") + toString(error));
         }
-        return *mRawSender;
-    }
-
-    ZelClient& client() {
-        if (!mClient) {
-            ZelClientError error;
-            mClient = ZelClient::connect({}, &error);
-            if (!mClient) refuse(std::string("no client: ") + toString(error));
-        }
-        return *mClient;
+        return *client;
     }
 
     // "T<n> <canStart> <status>", tokens named in the order they first appear.

@@ -49,9 +49,16 @@ public:
     int mReplies = 0;
 };
 
+// The listener starts it as in the daemon; it only does not join the pool.
+class ZelUnservedServer : public ZelBinderIpcServer {
+public:
+    using ZelBinderIpcServer::ZelBinderIpcServer;
+    int start() override { return 1; }
+};
+
 struct ZelFuzzDaemon {
     std::shared_ptr<ZelTaskManager> mManager;
-    std::shared_ptr<ZelBinderIpcServer> mServer;
+    std::shared_ptr<ZelUnservedServer> mServer;
     std::shared_ptr<ZelActivityListener> mListener;
     android::sp<ZelReplyCounter> mReplies = new ZelReplyCounter();
     std::atomic<bool> mStopping{false};
@@ -67,15 +74,10 @@ ZelFuzzDaemon& daemon() {
         d->mManager = ZelTaskManager::create(ZELD_FUZZ_POLICY,
                                              std::make_shared<ZelRecordingEventDispatcher>());
         if (d->mManager == nullptr) abort();
-        d->mServer = std::make_shared<ZelBinderIpcServer>(ServiceIdentifier(1));
+        d->mServer = std::make_shared<ZelUnservedServer>(ServiceIdentifier(1));
         d->mListener = ZelActivityListener::create("zeld", d->mManager, d->mServer);
-        // start() would serve the binder pool; the handler is installed alone.
-        ZelActivityListener* listener = d->mListener.get();
-        d->mServer->setServerCallback([listener](std::shared_ptr<ZelIpcContext> context,
-                                                 int functionId, const void* data, int) {
-            return listener->processAsyncFunction(std::move(context), functionId, data);
-        });
-        if (!d->mServer->getService()->registerCallback(ServiceIdentifier(kClient), d->mReplies).isOk()) {
+        if (!d->mListener->start() ||
+            !d->mServer->getService()->registerCallback(ServiceIdentifier(kClient), d->mReplies).isOk()) {
             abort();
         }
         d->mNotifier = std::thread([d] {
