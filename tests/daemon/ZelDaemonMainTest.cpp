@@ -1,6 +1,6 @@
 // The daemon's entry sequence with stand-in parts: the start-up order, each
-// failure's line and status, the policy file the override switch chooses,
-// and the orderly stop, reachable only with a listener that reports success.
+// failure's line and status, and the orderly stop, reachable only with a
+// listener that reports success.
 #include <signal.h>
 #include <unistd.h>
 
@@ -15,7 +15,6 @@
 
 #include "ZelDaemonParts.h"
 #include "ZelDevicePath.h"
-#include "ZelSystemProperty.h"
 #include "zel/ZelHostLog.h"
 
 namespace {
@@ -63,19 +62,15 @@ private:
     std::thread mSignaller;
 };
 
-signed char overrideOn(const char* name, signed char fallback) {
-    return std::string(name) == "zeld.config.policy.override" ? 1 : fallback;
-}
-
 TEST(ZelDaemonMainTest, EachStartUpFailureIsLoggedAndEndsWithStatusOne) {
     const std::string policy = "taskmanager " + zelDevicePath("/system/etc/zel_policy.json");
+    // The dispatcher's and the task manager's failures, and the override
+    // switch, are run against the real binary by the end-to-end tables.
     const struct {
         const char* failing;
         const char* message;
         std::vector<std::string> calls;
     } cases[] = {
-            {"dispatcher", "Failed to create ZelEventDispatcher", {"dispatcher COM_OSTREL_ZELD"}},
-            {"taskmanager", "Failed to create ZelTaskManager", {"dispatcher COM_OSTREL_ZELD", policy}},
             {"listener", "Failed to create ZelActivityListener",
              {"dispatcher COM_OSTREL_ZELD", policy, "listener COM_OSTREL_ZELD"}},
             {"start", "Failed to start ZelActivityListener",
@@ -93,16 +88,6 @@ TEST(ZelDaemonMainTest, EachStartUpFailureIsLoggedAndEndsWithStatusOne) {
         EXPECT_NE(errors[0].find(c.message), std::string::npos) << errors[0];
         EXPECT_EQ(log.messages(ANDROID_LOG_INFO).size(), 1u) << "only the start line: no override";
     }
-}
-
-TEST(ZelDaemonMainTest, TheOverrideSwitchChoosesTheOverridePolicyWithoutFallback) {
-    zel::hostlog::ZelLogCapture log;
-    ZelSystemProperty::sBoolReader = &overrideOn;
-    StandInParts parts("taskmanager");
-    EXPECT_EQ(zeld::main(parts), 1);
-    ASSERT_EQ(parts.calls.size(), 2u);
-    EXPECT_EQ(parts.calls[1], "taskmanager " + zelDevicePath("/data/zeld/zel_policy.json"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "ZEL daemon is using override policy file"));
 }
 
 TEST(ZelDaemonMainTest, ASuccessfulStartWaitsForSigtermThenStopsInOrder) {

@@ -33,8 +33,6 @@ const auto kReplyWait = std::chrono::seconds(2);
 constexpr int32_t kRawSenderId = 78;  // below every process-id based identifier
 const auto kEventualWait = std::chrono::seconds(15);
 
-[[noreturn]] void refuse(const std::string& what) { throw std::invalid_argument(what); }
-
 // The daemon's log as "L text" lines (level letter, text after the
 // "file::function:line - " prefix); lines of other shapes are dropped.
 std::vector<std::string> logLines(const std::string& log) {
@@ -56,12 +54,6 @@ std::vector<std::string> logLines(const std::string& log) {
         lines.push_back(std::string(1, line[tag - 1]) + " " + text);
     }
     return lines;
-}
-
-std::string hex(int32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%x", static_cast<uint32_t>(value));
-    return text;
 }
 
 // Polls `found` (empty when it holds) until it holds or the wait is over.
@@ -107,7 +99,7 @@ public:
         } else if (w[0] == "wait" && w.size() == 2) {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(w[1])));
         } else {
-            refuse("unknown step");
+            zelScenarioRefuse("unknown step");
         }
         return "";
     }
@@ -144,7 +136,7 @@ public:
             if (w[1] == "running") return running ? "" : "exited";
             return running ? "running" : "";
         }
-        refuse("unknown expectation");
+        zelScenarioRefuse("unknown expectation");
     }
 
 private:
@@ -158,7 +150,7 @@ private:
             std::filesystem::remove_all(mRoot.at("/dev/binder/services/com.ostrel.zeld.service.IZelEventManager"));
             mRoot.writeFile("/dev/binder/services/com.ostrel.zeld.service.IZelEventManager/taken", "");
         } else {
-            refuse("unknown root change");
+            zelScenarioRefuse("unknown root change");
         }
     }
 
@@ -175,20 +167,16 @@ private:
     }
 
     std::string memoryReport(const std::string& status, const std::string& usage) {
-        const auto slash = usage.find('/');
-        if (slash == std::string::npos) refuse("usage is <used>/<threshold>");
+        const auto [used, threshold] = zelScenarioPair(usage);
         if (!mMonitor) mMonitor = std::make_unique<ZelMemoryReporter>();
-        const uint8_t code = status == "critical" ? 4 : status == "normal" ? 1 : std::stoi(status);
-        mMonitor->report({1, code, std::stoull(usage.substr(0, slash)), std::stoull(usage.substr(slash + 1))});
+        mMonitor->report({1, static_cast<uint8_t>(zelScenarioMemoryStatus(status)), std::stoull(used),
+                          std::stoull(threshold)});
         return "";
     }
 
     std::string clientRequest(const std::string& kind, const std::string& key,
                               const std::map<std::string, std::string>& opts) {
-        const auto slash = key.find('/');
-        if (slash == std::string::npos) refuse("'" + key + "' is no component/task");
-        const std::string comp = key.substr(0, slash);
-        const std::string task = key.substr(slash + 1);
+        const auto [comp, task] = zelScenarioPair(key);
         const int32_t duration = opts.count("duration") ? std::stoi(opts.at("duration")) : 5000;
         const int32_t sent = opts.count("token") ? token(opts.at("token")) : 0;
         const int32_t function = opts.count("function") ? std::stoi(opts.at("function"))
@@ -204,7 +192,7 @@ private:
         const auto service = android::interface_cast<IZelBinderIPC>(
                 android::defaultServiceManager()->checkService(
                         android::String16("com.ostrel.zeld.service.IZelBinderIPC")));
-        if (service == nullptr) refuse("no daemon");
+        if (service == nullptr) zelScenarioRefuse("no daemon");
         std::vector<uint8_t> bytes;
         const std::string data = opts.count("data") ? opts.at("data") : "valid";
         if (data == "valid") {
@@ -223,7 +211,7 @@ private:
         } else if (data == "garbage") {
             bytes = {1, 2, 3};
         } else if (data != "empty") {
-            refuse("data is valid, garbage or empty");
+            zelScenarioRefuse("data is valid, garbage or empty");
         }
         const std::string sender = opts.count("client") ? opts.at("client") : "77";
         const auto status = service->sendAsyncMessage(
@@ -239,7 +227,7 @@ private:
             mPeer->wait();
             return "";
         }
-        if (w[1] != "request" || w.size() < 3 || w[2].find('/') == std::string::npos) refuse("peer request <comp>/<task> [notify]");
+        if (w[1] != "request" || w.size() < 3 || w[2].find('/') == std::string::npos) zelScenarioRefuse("peer request <comp>/<task> [notify]");
         const std::string output = mRoot.at("peer.out");
         std::filesystem::remove(output);
         mPeer = std::make_unique<ZelPeerProcess>(
@@ -272,7 +260,7 @@ private:
             options.clientId = clientId;
             ZelClientError error;
             client = ZelClient::connect(options, &error);
-            if (!client) refuse(std::string("no client: ") + toString(error));
+            if (!client) zelScenarioRefuse(std::string("no client: ") + toString(error));
         }
         return *client;
     }
@@ -294,7 +282,7 @@ private:
     int32_t token(const std::string& word) const {
         if (word.empty() || word[0] != 'T') return std::stoi(word);
         const auto it = mTokens.find(word);
-        if (it == mTokens.end()) refuse("no token " + word + " yet");
+        if (it == mTokens.end()) zelScenarioRefuse("no token " + word + " yet");
         return it->second;
     }
 
@@ -304,15 +292,10 @@ private:
                 {"{client}", mClient ? std::to_string(mClient->clientId()) : "?"},
                 {"{peer}", std::to_string(mPeerId)}};
         for (const auto& [name, value] : mTokens) {
-            values["{" + name + "}"] = hex(value);
+            values["{" + name + "}"] = zelHex(static_cast<uint32_t>(value));
             values["{" + name + ":d}"] = std::to_string(value);
         }
-        for (const auto& [name, value] : values) {
-            for (auto at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size())) {
-                text.replace(at, name.size(), value);
-            }
-        }
-        return text;
+        return zelSubstitute(text, values);
     }
 
     std::string daemonLog() const { return mDaemon ? mDaemon->log() : ""; }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -47,6 +48,35 @@ std::string ZelScenarioCell::listIs(const std::vector<std::string>& found, size_
     if (found == std::vector<std::string>(words.begin() + std::min(from, words.size()), words.end())) return "";
     std::string text = found.empty() ? "(none)" : "";
     for (const std::string& item : found) text += item + " ";
+    return text;
+}
+
+void zelScenarioRefuse(const std::string& what) {
+    throw std::invalid_argument(what);
+}
+
+std::pair<std::string, std::string> zelScenarioPair(const std::string& word) {
+    const auto slash = word.find('/');
+    if (slash == std::string::npos) zelScenarioRefuse("'" + word + "' is no <a>/<b> pair");
+    return {word.substr(0, slash), word.substr(slash + 1)};
+}
+
+int zelScenarioMemoryStatus(const std::string& word) {
+    return word == "critical" ? 4 : word == "normal" ? 1 : std::stoi(word);
+}
+
+std::string zelHex(uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "%x", value);
+    return text;
+}
+
+std::string zelSubstitute(std::string text, const std::map<std::string, std::string>& values) {
+    for (const auto& [name, value] : values) {
+        for (auto at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size())) {
+            text.replace(at, name.size(), value);
+        }
+    }
     return text;
 }
 

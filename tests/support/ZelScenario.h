@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 // A scenario table (format: tests/taskmanager/scenarios/README.md), parsed
@@ -51,6 +53,18 @@ public:
     // Throws std::invalid_argument for an expectation it does not know.
     virtual std::string check(const ZelScenarioCell& expectation) = 0;
 };
+
+// Helpers for drivers.
+// Thrown for a step or expectation the driver cannot read.
+[[noreturn]] void zelScenarioRefuse(const std::string& what);
+// "a/b" (a component/task, a used/threshold) as {a, b}; refuses other words.
+std::pair<std::string, std::string> zelScenarioPair(const std::string& word);
+// A memory report's status word: "critical" (4), "normal" (1) or a number.
+int zelScenarioMemoryStatus(const std::string& word);
+// Lower-case hexadecimal, as the daemon logs tokens.
+std::string zelHex(uint32_t value);
+// `text` with every "{name}" of `values` replaced by its value.
+std::string zelSubstitute(std::string text, const std::map<std::string, std::string>& values);
 
 // Runs every step through the driver; each mismatch is a test failure
 // located at its line of the table.

@@ -2,7 +2,6 @@
 // against a task manager in this process, one test per table.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <map>
 #include <stdexcept>
 
@@ -21,21 +20,9 @@ const std::map<std::string, int32_t> kStates = {
 const std::map<std::string, int32_t> kReaperStates = {
         {"purge", REAPER_STATE_PURGE}, {"wait", REAPER_STATE_WAIT}, {"exit", REAPER_STATE_EXIT}};
 
-[[noreturn]] void refuse(const std::string& what) { throw std::invalid_argument(what); }
-
-TaskKey keyOf(const std::string& word) {
-    const auto slash = word.find('/');
-    if (slash == std::string::npos) refuse("'" + word + "' is no component/task");
-    return {word.substr(0, slash), word.substr(slash + 1)};
-}
+TaskKey keyOf(const std::string& word) { return zelScenarioPair(word); }
 
 std::string keyText(const TaskKey& key) { return key.first + "/" + key.second; }
-
-std::string hex(uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%x", value);
-    return text;
-}
 
 int failingWriter(const char*, const char*) { return -1; }
 
@@ -52,17 +39,16 @@ public:
         if (w[0] == "policy") {
             mDispatcher->subscribeResult = !opts.count("subscribe") || opts.at("subscribe") != "fail";
             mManager = makeTestManager(mRoot, mDir + "/" + arg, mDispatcher);
-            if (mManager == nullptr) refuse("the policy does not load");
+            if (mManager == nullptr) zelScenarioRefuse("the policy does not load");
         } else if (mManager == nullptr) {
-            refuse("the first step must be 'policy <file>'");
+            zelScenarioRefuse("the first step must be 'policy <file>'");
         } else if (w[0] == "time") {
             if (arg[0] == '+') ZelFakeClock::advance(std::stoll(arg.substr(1)));
             if (arg[0] != '+') ZelFakeClock::set(std::stoll(arg));
         } else if (w[0] == "memory" && w.size() >= 3) {
-            const auto slash = w[2].find('/');
-            const int status = arg == "critical" ? 4 : arg == "normal" ? 1 : std::stoi(arg);
-            mDispatcher->deliverMemoryReport(opts.count("resource") ? std::stoi(opts.at("resource")) : 1, status,
-                                             std::stoull(w[2].substr(0, slash)), std::stoull(w[2].substr(slash + 1)));
+            const auto [used, threshold] = zelScenarioPair(w[2]);
+            mDispatcher->deliverMemoryReport(opts.count("resource") ? std::stoi(opts.at("resource")) : 1,
+                                             zelScenarioMemoryStatus(arg), std::stoull(used), std::stoull(threshold));
         } else if (w[0] == "purge") {
             ZelTaskManager::clearList(mManager.get());
         } else if (w[0] == "cleanup") {
@@ -77,7 +63,7 @@ public:
         } else if (w[0] == "request" || w[0] == "started" || w[0] == "completed") {
             return std::to_string(taskStep(w[0], keyOf(arg), opts));
         } else {
-            refuse("unknown step");
+            zelScenarioRefuse("unknown step");
         }
         return "";
     }
@@ -133,7 +119,7 @@ public:
                            ? ""
                            : "command word " + std::to_string(gReaperState);
         }
-        refuse("unknown expectation");
+        zelScenarioRefuse("unknown expectation");
     }
 
 private:
@@ -182,7 +168,7 @@ private:
                 {"start", task->getStartTime()}, {"end", task->getEndTime()}, {"duration", task->getDuration()},
                 {"ensure", task->getEnsureRunTime()}, {"notify", task->getNotify()}};
         for (const auto& [name, value] : fields) {
-            if (!values.count(name)) refuse("unknown field " + name);
+            if (!values.count(name)) zelScenarioRefuse("unknown field " + name);
             if (std::to_string(values.at(name)) != value) return name + "=" + std::to_string(values.at(name));
         }
         return "";
@@ -198,7 +184,7 @@ private:
         const std::map<std::string, std::shared_ptr<LockedTaskMap>> tables = {
                 {"tasks", mManager->mTaskList}, {"running", mManager->mRunningTaskList},
                 {"pending", mManager->mPendingTaskList}};
-        if (!tables.count(name)) refuse("unknown table " + name);
+        if (!tables.count(name)) zelScenarioRefuse("unknown table " + name);
         for (const auto& entry : tables.at(name)->snapshot()) keys.push_back(keyText(entry.first));
         return keys;
     }
@@ -211,13 +197,9 @@ private:
     }
 
     // {token}: the step's task's token; {sent}: the token its report sent.
-    std::string withTokens(std::string text) const {
+    std::string withTokens(const std::string& text) const {
         const auto record = mManager->getTask(mKey.first, mKey.second);
-        for (const auto& [name, value] :
-             {std::pair<std::string, uint32_t>{"{token}", record ? record->getToken() : 0}, {"{sent}", mSent}}) {
-            for (auto at = text.find(name); at != std::string::npos; at = text.find(name)) text.replace(at, name.size(), hex(value));
-        }
-        return text;
+        return zelSubstitute(text, {{"{token}", zelHex(record ? record->getToken() : 0)}, {"{sent}", zelHex(mSent)}});
     }
 
     // The step's deferred answers: the request each answered, matched by its
@@ -226,7 +208,7 @@ private:
         const auto all = ZelApprovalRecorder::approvals();
         std::vector<std::string> found;
         for (size_t i = mApprovalsBefore; i < all.size(); ++i) {
-            std::string answered = "(unmatched token " + hex(all[i].token) + ")";
+            std::string answered = "(unmatched token " + zelHex(all[i].token) + ")";
             for (const auto& [key, context] : mContexts) {
                 const auto record = mManager->getTask(key.first, key.second);
                 if (context == all[i].context && record && record->getToken() == all[i].token) answered = keyText(key);
