@@ -9,21 +9,16 @@
 // during one waits for the next notification, which the resource monitor's
 // reports give in the daemon. A thread here notifies every 200 ms instead.
 //
-// ZELD_FUZZ_WRITE_SEEDS=<dir> writes the seed corpus (valid requests) and exits.
+// The seed corpus (corpus/client) holds a valid request of each kind.
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
-#include <string>
 #include <thread>
 
 #include <binder/Parcel.h>
 #include <com/ostrel/zeld/interfaces/BnZelBinderIPCRequestCallback.h>
-#include <com/ostrel/zeld/interfaces/IZelBinderIPC.h>
-#include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
-#include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 
 #include "ZelActivityListener.h"
 #include "ZelBinderIpcServer.h"
@@ -99,39 +94,11 @@ ZelFuzzDaemon& daemon() {
     return *instance;
 }
 
-void request(int32_t functionId, const char* comp, const char* task, bool notify,
-             android::Parcel* parcel) {
-    ZelAsyncParamsBinderParcelable params;
-    params.functionId = functionId;
-    params.taskContext.setCompId(comp);
-    params.taskContext.setTaskId(task);
-    params.taskContext.notify = notify;
-    params.taskContext.duration = 1000;
-    std::vector<uint8_t> bytes;
-    com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&params, bytes);
-    parcel->writeInterfaceToken(IZelBinderIPC::descriptor);
-    parcel->writeParcelable(ServiceIdentifier(kClient));
-    parcel->writeParcelable(MessageIdentifier(MessageIdentifier::ASYNC_REQUEST));
-    parcel->writeByteVector(bytes);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // Silent unless asked: a line per step would cost more than the step.
     setenv("ZELD_LOG_LEVEL", "S", 0);
-    if (const char* dir = std::getenv("ZELD_FUZZ_WRITE_SEEDS")) {
-        const struct { const char* name; int32_t function; const char* task; bool notify; } seeds[] = {
-                {"start", 1, "index", false}, {"start-notify", 1, "upload", true},
-                {"started", 2, "index", false}, {"completed", 3, "index", false}};
-        for (const auto& seed : seeds) {
-            android::Parcel parcel;
-            request(seed.function, "sync", seed.task, seed.notify, &parcel);
-            std::ofstream(std::string(dir) + "/" + seed.name, std::ios::binary)
-                    .write(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
-        }
-        exit(0);
-    }
     return 0;
 }
 

@@ -12,11 +12,9 @@
 // another count, is a finding. The lock is released when it throws and the
 // tables are whole, so the next input runs on a consistent service.
 //
-// ZELD_FUZZ_WRITE_SEEDS=<dir> writes the seed corpus (valid calls) and exits.
+// The seed corpus (corpus/events) holds one valid call of each operation.
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <string>
 #include <system_error>
 
 #include <binder/Parcel.h>
@@ -58,38 +56,7 @@ android::sp<ZelServerIZelEventManagerImpl> service() {
     return instance;
 }
 
-// Writes one call's parcel after the operation byte.
-void writeSeed(const std::string& path, uint8_t operation, int32_t first, int32_t second = 0,
-               bool key = false, bool payload = false) {
-    android::Parcel parcel;
-    parcel.writeInterfaceToken(IZelEventManager::descriptor);
-    parcel.writeParcelable(ServiceIdentifier(first));
-    if (second != 0) parcel.writeParcelable(ServiceIdentifier(second));
-    if (key) {
-        parcel.writeInt32(1);
-        parcel.writeInt32(1);
-    }
-    if (payload) parcel.writeByteVector(std::vector<uint8_t>{1, 2, 3, 4});
-    std::ofstream out(path, std::ios::binary);
-    out.put(static_cast<char>(operation));
-    out.write(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
-}
-
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    if (const char* dir = std::getenv("ZELD_FUZZ_WRITE_SEEDS")) {
-        const std::string base(dir);
-        writeSeed(base + "/register", 0, 9);  // no binder: refused, still a shape
-        writeSeed(base + "/unregister", 1, 9);
-        writeSeed(base + "/subscribe", 2, 9, 5, true);
-        writeSeed(base + "/subscribe-daemon", 2, 1, 5, true);
-        writeSeed(base + "/unsubscribe", 3, 9, 5, true);
-        writeSeed(base + "/publish", kPublish, 5, 0, true, true);
-        exit(0);
-    }
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
