@@ -22,6 +22,7 @@
 #include "ZelMemoryReporter.h"
 #include "ZelScenario.h"
 #include "ZelTestFiles.h"
+#include "ZelctlRuns.h"
 #include "zel/client/ZelClient.h"
 
 using namespace com::ostrel::zeld::interfaces;
@@ -73,6 +74,8 @@ public:
         const std::vector<std::string>& w = action.words;
         const auto opts = action.options(2);
         mStepLogStart = logLines(daemonLog()).size();
+        std::string result;
+        if (mZelctl.perform(w, action.after(2), &result)) return result;
         if (w[0] == "policy" && w.size() == 2) {
             mRoot.writeFile("/system/etc/zel_policy.json", readZelTestFile(ZELD_TESTS_DIR "/" + w[1]));
         } else if (w[0] == "override" && w.size() == 2) {
@@ -106,6 +109,8 @@ public:
 
     std::string check(const ZelScenarioCell& expectation) override {
         const std::vector<std::string>& w = expectation.words;
+        std::string found;
+        if (mZelctl.check(w, expectation.after(1), &found)) return found;
         if (w[0] == "log" && w.size() >= 3) {
             const std::string wanted = w[1] + " " + substitute(expectation.after(2));
             return eventuallyEmpty([&] {
@@ -139,6 +144,8 @@ public:
         zelScenarioRefuse("unknown expectation");
     }
 
+    std::string stepEnd() override { return mZelctl.stepEnd(); }
+
 private:
     void breakRoot(const std::string& how) {
         if (how == "no-binder") {
@@ -158,11 +165,13 @@ private:
         mClient.reset();
         mRawSender.reset();
         mMonitor.reset();
+        mDaemon.reset();  // a restart: the old daemon ends before the new one starts
         mDaemon = std::make_unique<ZelDaemonProcess>(ZELD_BINARY, mRoot,
                                                      "zeld-" + std::to_string(++mDaemons) + ".log");
         mLogCursor = 0;
         mStepLogStart = 0;
         if (mDaemon->waitUntilServing()) return "serving";
+        if (mDaemon->process().running()) return "running, not serving";
         return "exit " + std::to_string(mDaemon->process().wait());
     }
 
@@ -301,6 +310,7 @@ private:
     std::string daemonLog() const { return mDaemon ? mDaemon->log() : ""; }
 
     ZelTestRoot mRoot;
+    ZelctlRuns mZelctl{ZELCTL_BINARY, mRoot};
     std::unique_ptr<ZelDaemonProcess> mDaemon;
     int mDaemons = 0;
     std::unique_ptr<ZelMemoryReporter> mMonitor;

@@ -81,8 +81,10 @@ std::string zelSubstitute(std::string text, const std::map<std::string, std::str
 }
 
 std::string zelFindLineInOrder(const std::vector<std::string>& lines, size_t& cursor, const std::string& wanted) {
+    const bool prefix = !wanted.empty() && wanted.back() == '*';
+    const std::string text = prefix ? wanted.substr(0, wanted.size() - 1) : wanted;
     for (size_t i = cursor; i < lines.size(); ++i) {
-        if (lines[i] == wanted) {
+        if (prefix ? lines[i].rfind(text, 0) == 0 : lines[i] == text) {
             cursor = i + 1;
             return "";
         }
@@ -146,5 +148,7 @@ void runZelScenario(const ZelScenario& scenario, ZelScenarioDriver& driver) {
                         << step.action.text << ": expected " << expectation.text << "\n  found: " << found;
             }
         }
+        const std::string left = driver.stepEnd();
+        if (!left.empty()) ADD_FAILURE_AT(file, step.action.line) << step.action.text << ": " << left;
     }
 }

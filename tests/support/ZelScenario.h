@@ -25,7 +25,8 @@ struct ZelScenarioCell {
 };
 
 // Finds `wanted` among `lines` at or after `cursor` and moves the cursor past
-// it: empty when found, else every line, for the failure message.
+// it: empty when found, else every line, for the failure message. A `wanted`
+// ending in '*' matches every line that begins with the text before it.
 std::string zelFindLineInOrder(const std::vector<std::string>& lines, size_t& cursor, const std::string& wanted);
 
 struct ZelScenarioStep {
@@ -52,6 +53,8 @@ public:
     // After its step: empty when the expectation holds, else what was found.
     // Throws std::invalid_argument for an expectation it does not know.
     virtual std::string check(const ZelScenarioCell& expectation) = 0;
+    // After a step's expectations: empty, or what the step left unchecked.
+    virtual std::string stepEnd() { return ""; }
 };
 
 // Helpers for drivers.
