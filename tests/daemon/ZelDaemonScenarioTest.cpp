@@ -1,7 +1,7 @@
 // Runs every table of scenarios/ (format: scenarios/README.md) against the
 // real zeld binary on a private device root, as its clients meet it: through
 // libzelclient, through the generated proxies for what the library will not
-// send, and through a client in another process.
+// send, and through zelctl.
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -95,8 +95,6 @@ public:
             return replyText(client().waitForApproval(token(w[1]), kEventualWait));
         } else if (w[0] == "send") {
             return rawSend(action.options(1));
-        } else if (w[0] == "peer" && w.size() >= 2) {
-            return peer(w);
         } else if (w[0] == "signal" && w.size() == 2 && mDaemon) {
             mDaemon->process().kill(w[1] == "TERM" ? SIGTERM : w[1] == "CHLD" ? SIGCHLD : SIGKILL);
         } else if (w[0] == "wait" && w.size() == 2) {
@@ -229,34 +227,6 @@ private:
         return status.isOk() ? "ok" : status.exceptionCode() == -3 ? "refused" : "error";
     }
 
-    // A client in another process: "peer request <comp>/<task> [notify]", "peer kill".
-    std::string peer(const std::vector<std::string>& w) {
-        if (w[1] == "kill" && mPeer) {
-            mPeer->kill(SIGKILL);
-            mPeer->wait();
-            return "";
-        }
-        if (w[1] != "request" || w.size() < 3 || w[2].find('/') == std::string::npos) zelScenarioRefuse("peer request <comp>/<task> [notify]");
-        const std::string output = mRoot.at("peer.out");
-        std::filesystem::remove(output);
-        mPeer = std::make_unique<ZelPeerProcess>(
-                ZELD_CLIENT_PEER,
-                std::vector<std::string>{w[2].substr(0, w[2].find('/')), w[2].substr(w[2].find('/') + 1),
-                                         w.size() > 3 && w[3] == "notify" ? "1" : "0", "5000"},
-                ZelOutputTo(output).get());
-        int id = 0;
-        int32_t token = 0;
-        int canStart = 0;
-        int status = 0;
-        const bool answered = eventually([&] {
-            return std::sscanf(readZelTestFile(output).c_str(), "id %d\nreply %d %d %d", &id, &token,
-                               &canStart, &status) == 4;
-        });
-        if (!answered) return "none";
-        mPeerId = id;
-        return replyText(ZelReply{token, canStart != 0, status});
-    }
-
     // The test's client, made at its first use.
     ZelClient& client() { return connected(mClient, 0); }
     // "me" of raw sends: registered, so the daemon answers, but never making
@@ -295,11 +265,10 @@ private:
         return it->second;
     }
 
-    // {client} / {peer}: client identifiers; {T1}: a token in hex, {T1:d} in decimal.
+    // {client}: the test client's identifier; {T1}: a token in hex, {T1:d} in decimal.
     std::string substitute(std::string text) const {
         std::map<std::string, std::string> values{
-                {"{client}", mClient ? std::to_string(mClient->clientId()) : "?"},
-                {"{peer}", std::to_string(mPeerId)}};
+                {"{client}", mClient ? std::to_string(mClient->clientId()) : "?"}};
         for (const auto& [name, value] : mTokens) {
             values["{" + name + "}"] = zelHex(static_cast<uint32_t>(value));
             values["{" + name + ":d}"] = std::to_string(value);
@@ -316,8 +285,6 @@ private:
     std::unique_ptr<ZelMemoryReporter> mMonitor;
     std::unique_ptr<ZelClient> mClient;
     std::unique_ptr<ZelClient> mRawSender;
-    std::unique_ptr<ZelPeerProcess> mPeer;
-    int mPeerId = 0;
     std::map<std::string, int32_t> mTokens;
     size_t mLogCursor = 0;
     size_t mStepLogStart = 0;
