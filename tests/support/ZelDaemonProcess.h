@@ -28,10 +28,6 @@ public:
         text << in.rdbuf();
         return text.str();
     }
-    bool logged(const std::string& text) const { return log().find(text) != std::string::npos; }
-    bool waitForLog(const std::string& text) const {
-        return eventually([&] { return logged(text); });
-    }
     ZelPeerProcess& process() { return mProcess; }
 
 private:

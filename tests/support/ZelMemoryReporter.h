@@ -37,7 +37,6 @@ public:
         }
         mThread.join();
     }
-    bool connected() const { return mClient != nullptr; }
     // Publishes `report` at once, and from then on every period. Returns once
     // the daemon has handled it (publishing is a call that delivers to the
     // daemon before it returns).
@@ -49,10 +48,6 @@ public:
         mChanged.notify_all();
         mChanged.wait_for(lock, std::chrono::seconds(5), [&] { return mHandled >= wanted || mStopping; });
     }
-    uint64_t published() {
-        std::lock_guard<std::mutex> guard(mLock);
-        return mPublished;
-    }
 
 private:
     void run() {
@@ -63,12 +58,11 @@ private:
             const uint64_t generation = mGeneration;
             mNow = false;
             lock.unlock();
-            const bool published =
-                    mClient != nullptr &&
-                    mClient->publishMemoryReport(report.status, report.value, report.criticalThreshold,
-                                                 report.resourceType) == zel::client::ZelClientError::kNone;
+            if (mClient != nullptr) {
+                mClient->publishMemoryReport(report.status, report.value, report.criticalThreshold,
+                                             report.resourceType);
+            }
             lock.lock();
-            if (published) ++mPublished;
             mHandled = generation;
             mChanged.notify_all();
             mChanged.wait_for(lock, mPeriod, [this] { return mStopping || mNow; });
@@ -82,7 +76,6 @@ private:
     Report mReport;
     bool mNow = false;
     bool mStopping = false;
-    uint64_t mPublished = 0;
     uint64_t mGeneration = 0;  // of the last report()
     uint64_t mHandled = 0;     // generation of the last publication made
     std::thread mThread;
