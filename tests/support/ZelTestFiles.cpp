@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 bool gZelRegenerateGolden = false;
 
@@ -29,6 +30,31 @@ std::vector<std::string> listZelTestCases(const std::string& dir, const std::str
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::vector<uint8_t> zelHexBytes(const std::string& text) {
+    std::vector<uint8_t> bytes;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const size_t star = word.find('*');
+        const std::string part = word.substr(0, star);
+        const bool quoted = part.size() > 1 && part.front() == '"' && part.back() == '"';
+        const bool hex = part.size() % 2 == 0 && part.find_first_not_of("0123456789ABCDEFabcdef") == std::string::npos;
+        if (!quoted && (part.empty() || !hex)) throw std::invalid_argument("not hex bytes: " + word);
+        std::vector<uint8_t> chunk(quoted ? part.begin() + 1 : part.end(), quoted ? part.end() - 1 : part.end());
+        for (size_t i = 0; !quoted && i < part.size(); i += 2) chunk.push_back(std::stoi(part.substr(i, 2), nullptr, 16));
+        for (size_t n = star == std::string::npos ? 1 : std::stoul(word.substr(star + 1)); n > 0; --n) {
+            bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+        }
+    }
+    return bytes;
+}
+
+std::string zelHexText(const std::vector<uint8_t>& bytes) {
+    std::string text;
+    const char* digits = "0123456789ABCDEF";
+    for (const uint8_t byte : bytes) text += {digits[byte >> 4], digits[byte & 15]};
+    return text.empty() ? "(none)" : text;
 }
 
 std::string zelTestName(std::string caseName) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,13 @@ std::string readZelTestFile(const std::string& path);
 
 // Names of the entries of `dir` (folders or files ending in `suffix`), sorted.
 std::vector<std::string> listZelTestCases(const std::string& dir, const std::string& suffix = "");
+
+// Bytes written as text in a case file: words of hex digit pairs or "text"
+// (its ASCII bytes, no spaces), each repeated n times when followed by *n.
+// Throws std::invalid_argument for anything else.
+std::vector<uint8_t> zelHexBytes(const std::string& text);
+// The reverse, in hex pairs, for failure messages.
+std::string zelHexText(const std::vector<uint8_t>& bytes);
 
 // A case's name as a test name: letters and digits kept, the rest '_'.
 std::string zelTestName(std::string caseName);
