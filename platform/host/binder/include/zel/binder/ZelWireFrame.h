@@ -2,7 +2,7 @@
 
 // The host binder runtime's wire format: what two processes exchange over a
 // connection (a SOCK_STREAM Unix socket). This layout is frozen by golden
-// tests (tests/binder); a change needs a new version number.
+// tests (tests/bytes); a change needs a new version number.
 //
 // Every frame is a 32-byte header followed by a body. Integers are
 // little-endian.
