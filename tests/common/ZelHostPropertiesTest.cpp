@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ZelTestRoot.h"
@@ -52,24 +53,17 @@ TEST(ZelHostProperties, SharedBetweenProcessesUnderOneRootIsolatedBetweenRoots) 
 
 TEST(ZelHostProperties, BooleanTextRules) {
     ZelTestRoot root;
-    const std::vector<std::string> trueTexts = {"1", "y", "yes", "true", "on"};
-    const std::vector<std::string> falseTexts = {"0", "n", "no", "false", "off"};
-    const std::vector<std::string> otherTexts = {"",     "TRUE", "Yes", " true", "true ",
-                                                 "2",    "ye",   "onn", "Y",     "0x1",
-                                                 "truE", "of",   "N"};
-    for (const auto& text : trueTexts) {
-        ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
-        EXPECT_EQ(property_get_bool("test.bool", 0), 1) << text;
-        EXPECT_EQ(property_get_bool("test.bool", 1), 1) << text;
-    }
-    for (const auto& text : falseTexts) {
-        ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
-        EXPECT_EQ(property_get_bool("test.bool", 1), 0) << text;
-    }
-    for (const auto& text : otherTexts) {
-        ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
-        EXPECT_EQ(property_get_bool("test.bool", 0), 0) << "'" << text << "'";
-        EXPECT_EQ(property_get_bool("test.bool", 1), 1) << "'" << text << "'";
+    // {texts, read with default 0, read with default 1}: other texts give the default.
+    const std::vector<std::tuple<std::vector<std::string>, int, int>> rules = {
+            {{"1", "y", "yes", "true", "on"}, 1, 1},
+            {{"0", "n", "no", "false", "off"}, 0, 0},
+            {{"", "TRUE", "Yes", " true", "true ", "2", "ye", "onn", "Y", "0x1", "truE", "of", "N"}, 0, 1}};
+    for (const auto& [texts, whenFalse, whenTrue] : rules) {
+        for (const std::string& text : texts) {
+            ASSERT_EQ(property_set("test.bool", text.c_str()), 0);
+            EXPECT_EQ(property_get_bool("test.bool", 0), whenFalse) << "'" << text << "'";
+            EXPECT_EQ(property_get_bool("test.bool", 1), whenTrue) << "'" << text << "'";
+        }
     }
     EXPECT_EQ(property_get_bool("test.never.set", 1), 1);
     EXPECT_EQ(property_get_bool("test.never.set", 0), 0);
