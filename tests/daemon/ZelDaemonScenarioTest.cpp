@@ -290,15 +290,6 @@ private:
     size_t mStepLogStart = 0;
 };
 
-class ZelDaemonScenarioTest : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(ZelDaemonScenarioTest, Holds) {
-    ZelDaemonDriver driver;
-    runZelScenario(ZelScenario::read(ZELD_DAEMON_SCENARIOS "/" + GetParam() + ".scenario"), driver);
-}
-
-INSTANTIATE_TEST_SUITE_P(Scenarios, ZelDaemonScenarioTest,
-                         ::testing::ValuesIn(listZelTestCases(ZELD_DAEMON_SCENARIOS, ".scenario")),
-                         [](const auto& info) { return zelTestName(info.param); });
+ZEL_SCENARIO_TESTS(ZelDaemonScenarioTest, ZELD_DAEMON_SCENARIOS, ZelDaemonDriver);
 
 }  // namespace

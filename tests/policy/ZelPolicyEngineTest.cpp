@@ -9,21 +9,15 @@
 
 namespace {
 
-std::vector<std::string> texts(const zel::hostlog::ZelLogCapture& capture) {
-    std::vector<std::string> lines;
-    for (const auto& line : capture.lines()) lines.push_back(zelLogLevelLetter(line.priority) + (" " + zelLogMessageText(line)));
-    return lines;
-}
-
 TEST(ZelPolicyEngineTest, CreateFailsWithOneErrorAfterTheLoadersCause) {
     ZelTestRoot root;
     const std::string missing = root.at("/missing.json");
     zel::hostlog::ZelLogCapture capture;
     EXPECT_EQ(ZelPolicyEngine::create(missing), nullptr);
-    EXPECT_THAT(texts(capture), ::testing::ElementsAre("D creating ZelPolicyEngine",
-                                                       "D building ZelPolicy from file '" + missing + "'",
-                                                       "E Invalid ZEL policy file '" + missing + "'",
-                                                       "E Failed to construct ZEL policy"));
+    EXPECT_THAT(zelLogLines(capture), ::testing::ElementsAre("D creating ZelPolicyEngine",
+                                                             "D building ZelPolicy from file '" + missing + "'",
+                                                             "E Invalid ZEL policy file '" + missing + "'",
+                                                             "E Failed to construct ZEL policy"));
 }
 
 TEST(ZelPolicyEngineTest, UnknownTasksGetNeutralValuesWithoutLogging) {

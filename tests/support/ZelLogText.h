@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <log/log.h>
 #include <zel/ZelHostLog.h>
@@ -30,4 +31,11 @@ inline std::string zelLogMessageText(const zel::hostlog::LogLine& line) {
     const auto dash = line.message.find(" - ");
     std::string text = dash == std::string::npos ? line.message : line.message.substr(dash + 3);
     return text.erase(text.find_last_not_of(" \n") + 1);
+}
+
+// A capture's lines as "L text", in order.
+inline std::vector<std::string> zelLogLines(const zel::hostlog::ZelLogCapture& capture) {
+    std::vector<std::string> lines;
+    for (const auto& line : capture.lines()) lines.push_back(zelLogLevelLetter(line.priority) + (" " + zelLogMessageText(line)));
+    return lines;
 }

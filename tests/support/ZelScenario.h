@@ -1,10 +1,14 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "ZelTestFiles.h"
 
 // A scenario table (format: tests/taskmanager/scenarios/README.md), parsed
 // without knowing what its steps mean: a driver gives them their meaning, so
@@ -72,3 +76,14 @@ std::string zelSubstitute(std::string text, const std::map<std::string, std::str
 // Runs every step through the driver; each mismatch is a test failure
 // located at its line of the table.
 void runZelScenario(const ZelScenario& scenario, ZelScenarioDriver& driver);
+
+// One test per table (*.scenario) of the folder `dir`, named after it
+// (Scenarios/<Suite>.Holds/<table>), each run by a fresh Driver{args...}.
+#define ZEL_SCENARIO_TESTS(Suite, dir, Driver, ...)                                                          \
+    class Suite : public ::testing::TestWithParam<std::string> {};                                           \
+    TEST_P(Suite, Holds) {                                                                                   \
+        Driver driver{__VA_ARGS__};                                                                          \
+        runZelScenario(ZelScenario::read(std::string(dir) + "/" + GetParam() + ".scenario"), driver);        \
+    }                                                                                                        \
+    INSTANTIATE_TEST_SUITE_P(Scenarios, Suite, ::testing::ValuesIn(listZelTestCases(dir, ".scenario")),      \
+                             [](const auto& info) { return zelTestName(info.param); })

@@ -10,7 +10,6 @@
 #include "ZelScenario.h"
 #include "ZelSystemProperty.h"
 #include "ZelTaskManagerTestSupport.h"
-#include "ZelTestFiles.h"
 
 namespace {
 
@@ -79,14 +78,14 @@ public:
             return (w[2] == "same") == same ? "" : same ? "the same token" : "a new token or none";
         }
         if (w[0] == "table") return e.listIs(tableKeys(arg), 2);
-        if (w[0] == "log") return zelFindLineInOrder(stepLines(), mLogCursor, withTokens(e.after(1)));
+        if (w[0] == "log") return zelFindLineInOrder(zelLogLines(*mLog), mLogCursor, withTokens(e.after(1)));
         if (w[0] == "no-log") {
-            for (const std::string& line : stepLines()) {
+            for (const std::string& line : zelLogLines(*mLog)) {
                 if (line.find(e.after(1)) != std::string::npos) return line;
             }
             return "";
         }
-        if (w[0] == "lines") return e.listIs({std::to_string(stepLines().size())}, 1);
+        if (w[0] == "lines") return e.listIs({std::to_string(zelLogLines(*mLog).size())}, 1);
         if (w[0] == "count") return e.listIs({std::to_string(mMetrics->total("TaskManager", arg))}, 2);
         if (w[0] == "property") {
             char value[PROPERTY_VALUE_MAX] = {};
@@ -189,13 +188,6 @@ private:
         return keys;
     }
 
-    // The step's log lines as "L text".
-    std::vector<std::string> stepLines() const {
-        std::vector<std::string> lines;
-        for (const auto& line : mLog->lines()) lines.push_back(zelLogLevelLetter(line.priority) + (" " + zelLogMessageText(line)));
-        return lines;
-    }
-
     // {token}: the step's task's token; {sent}: the token its report sent.
     std::string withTokens(const std::string& text) const {
         const auto record = mManager->getTask(mKey.first, mKey.second);
@@ -236,15 +228,6 @@ private:
     size_t mApprovalsBefore = 0;
 };
 
-class TaskManagerScenarioTest : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(TaskManagerScenarioTest, Holds) {
-    ZelTaskManagerDriver driver(ZELD_TASKMANAGER_SCENARIOS);
-    runZelScenario(ZelScenario::read(ZELD_TASKMANAGER_SCENARIOS "/" + GetParam() + ".scenario"), driver);
-}
-
-INSTANTIATE_TEST_SUITE_P(Scenarios, TaskManagerScenarioTest,
-                         ::testing::ValuesIn(listZelTestCases(ZELD_TASKMANAGER_SCENARIOS, ".scenario")),
-                         [](const auto& info) { return zelTestName(info.param); });
+ZEL_SCENARIO_TESTS(TaskManagerScenarioTest, ZELD_TASKMANAGER_SCENARIOS, ZelTaskManagerDriver, ZELD_TASKMANAGER_SCENARIOS);
 
 }  // namespace
