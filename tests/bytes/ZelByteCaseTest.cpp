@@ -176,14 +176,6 @@ private:
     std::string mValue;  // the parcelable read, as words
 };
 
-class ZelByteCaseTest : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(ZelByteCaseTest, Holds) {
-    ZelByteDriver driver;
-    runZelScenario(ZelScenario::read(ZELD_BYTE_CASES "/" + GetParam() + ".cases"), driver);
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, ZelByteCaseTest, ::testing::ValuesIn(listZelTestCases(ZELD_BYTE_CASES, ".cases")),
-                         [](const auto& info) { return zelTestName(info.param); });
+ZEL_SCENARIO_TESTS(ZelByteCaseTest, ZELD_BYTE_CASES, ZelByteDriver);
 
 }  // namespace
