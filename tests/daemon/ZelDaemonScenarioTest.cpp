@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
@@ -13,8 +12,6 @@
 
 #include <binder/IServiceManager.h>
 #include <com/ostrel/zeld/interfaces/IZelBinderIPC.h>
-#include <com/ostrel/zeld/interfaces/ZelAsyncParamsBinderParcelable.h>
-#include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 
@@ -93,8 +90,8 @@ public:
             return clientRequest(w[0], w[1], opts);
         } else if (w[0] == "approval" && w.size() == 2) {
             return replyText(client().waitForApproval(token(w[1]), kEventualWait));
-        } else if (w[0] == "send") {
-            return rawSend(action.options(1));
+        } else if (w[0] == "send" && w.size() >= 3) {
+            return rawSend(w[1], w[2], zelHexBytes(action.after(3)));
         } else if (w[0] == "signal" && w.size() == 2 && mDaemon) {
             mDaemon->process().kill(w[1] == "TERM" ? SIGTERM : w[1] == "CHLD" ? SIGCHLD : SIGKILL);
         } else if (w[0] == "wait" && w.size() == 2) {
@@ -195,35 +192,14 @@ private:
     }
 
     // A message through the generated proxy: what libzelclient never sends.
-    std::string rawSend(const std::map<std::string, std::string>& opts) {
+    std::string rawSend(const std::string& sender, const std::string& kind, const std::vector<uint8_t>& bytes) {
         const auto service = android::interface_cast<IZelBinderIPC>(
                 android::defaultServiceManager()->checkService(
                         android::String16("com.ostrel.zeld.service.IZelBinderIPC")));
         if (service == nullptr) zelScenarioRefuse("no daemon");
-        std::vector<uint8_t> bytes;
-        const std::string data = opts.count("data") ? opts.at("data") : "valid";
-        if (data == "valid") {
-            ZelAsyncParamsBinderParcelable request;
-            request.functionId = 1;
-            request.taskContext.setCompId("sync");
-            request.taskContext.setTaskId("index");
-            com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&request, bytes);
-        } else if (data == "unterminated") {
-            // 64 bytes of compId with no NUL: the daemon must stop at the field's end.
-            ZelAsyncParamsBinderParcelable request;
-            request.functionId = 1;
-            std::memset(request.taskContext.compId, 'A', sizeof(request.taskContext.compId));
-            request.taskContext.setTaskId("index");
-            com::ostrel::zeld::utils::ZelParcelableHelperUtils::convertParcelableToBytes(&request, bytes);
-        } else if (data == "garbage") {
-            bytes = {1, 2, 3};
-        } else if (data != "empty") {
-            zelScenarioRefuse("data is valid, garbage or empty");
-        }
-        const std::string sender = opts.count("client") ? opts.at("client") : "77";
         const auto status = service->sendAsyncMessage(
                 ServiceIdentifier(sender == "me" ? rawSender().clientId() : std::stoi(sender)),
-                MessageIdentifier(std::stoi(opts.count("kind") ? opts.at("kind") : "1")), bytes);
+                MessageIdentifier(std::stoi(kind)), bytes);
         return status.isOk() ? "ok" : status.exceptionCode() == -3 ? "refused" : "error";
     }
 
