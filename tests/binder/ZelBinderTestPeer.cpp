@@ -42,6 +42,9 @@ Status give(T* out, V&& value) {
 class ZelTestService : public com::ostrel::zeld::test::BnZelTestService {
 public:
     Status echo(const std::vector<uint8_t>& data, std::vector<uint8_t>* out) override { return give(out, data); }
+    Status filled(int32_t size, std::vector<uint8_t>* out) override {
+        return give(out, std::vector<uint8_t>(static_cast<size_t>(size), 0x5A));
+    }
     Status echoBinder(const sp<IBinder>& binder, sp<IBinder>* out) override { return give(out, binder); }
     Status isStoredCallback(const sp<IBinder>& binder, bool* out) override {
         return give(out, binder == IZelTestCallback::asBinder(storedCallback()));

@@ -96,11 +96,11 @@ TEST_F(ZelHostilePeerTest, AtTheDescriptorLimitTheServiceBacksOffAndLogsOnce) {
 }
 
 TEST_F(ZelHostilePeerTest, CallersThatDoNotReadTheirRepliesHoldNoThread) {
-    android::Parcel request;  // echo of almost 1 MiB
+    android::Parcel request;  // filled(1 MiB - 1 KiB)
     request.writeInterfaceToken(com::ostrel::zeld::test::IZelTestService::descriptor);
-    request.writeByteVector(std::vector<uint8_t>(kZelMaxPayload - 1024));
+    request.writeInt32(kZelMaxPayload - 1024);
     constexpr int kIdle = 17;  // more than the pool has threads
-    auto idle = rawPeers(mName, kIdle, encodedFrame(ZelFrameType::TRANSACTION, IBinder::FIRST_CALL_TRANSACTION,
+    auto idle = rawPeers(mName, kIdle, encodedFrame(ZelFrameType::TRANSACTION, IBinder::FIRST_CALL_TRANSACTION + 1,
                                                     serviceAddress(mName).second, {request.data(), request.data() + request.dataSize()}));
     std::this_thread::sleep_for(300ms);  // the service answers them all
     std::vector<uint8_t> out;

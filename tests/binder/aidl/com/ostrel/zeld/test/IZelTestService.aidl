@@ -5,6 +5,8 @@ import com.ostrel.zeld.test.IZelTestCallback;
 // A service for exercising the binder runtime across processes.
 interface IZelTestService {
     byte[] echo(in byte[] data);
+    // `size` bytes: a large reply to a small call.
+    byte[] filled(int size);
     IBinder echoBinder(IBinder binder);
     // True when `binder` is the very object given to setCallback.
     boolean isStoredCallback(IBinder binder);
