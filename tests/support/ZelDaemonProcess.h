@@ -1,7 +1,5 @@
 #pragma once
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include <binder/IServiceManager.h>
@@ -22,12 +20,7 @@ public:
     bool waitUntilServing() {
         return eventually([this] { return serving() || !mProcess.running(); }) && serving();
     }
-    std::string log() const {
-        std::ifstream in(mLogPath);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
+    std::string log() const { return readZelTestFile(mLogPath); }
     ZelPeerProcess& process() { return mProcess; }
 
 private:

@@ -40,25 +40,20 @@ public:
         if (mStatus < 0) ::kill(mPid, signal);
     }
     // Waits for the exit: the exit status, or 128 + signal number.
-    int wait() {
+    int wait() { return reap(0); }
+    // True while the process runs; once it has exited, wait() gives its status.
+    bool running() { return reap(WNOHANG) < 0; }
+
+private:
+    int reap(int flags) {
         int status = 0;
-        while (mStatus < 0 && waitpid(mPid, &status, 0) < 0 && errno == EINTR) {
+        pid_t reaped = -1;
+        while (mStatus < 0 && (reaped = waitpid(mPid, &status, flags)) < 0 && errno == EINTR) {
         }
-        if (mStatus < 0) mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        if (reaped == mPid) mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         return mStatus;
     }
 
-    pid_t pid() const { return mPid; }
-    // True while the process runs; once it has exited, wait() gives its status.
-    bool running() {
-        int status = 0;
-        if (mStatus >= 0) return false;
-        if (waitpid(mPid, &status, WNOHANG) != mPid) return true;
-        mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return false;
-    }
-
-private:
     pid_t mPid = -1;
     int mStatus = -1;
 };
@@ -99,13 +94,8 @@ inline ZelProgramRun runZelProgram(const std::string& program, const std::vector
     char errPath[] = "/tmp/zeld-err-XXXXXX";
     close(mkstemp(outPath));
     close(mkstemp(errPath));
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath, O_WRONLY | O_TRUNC, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath, O_WRONLY | O_TRUNC, 0);
-    ZelPeerProcess process(program, args, &actions);
-    posix_spawn_file_actions_destroy(&actions);
-    ZelProgramRun run{process.wait(), readZelTestFile(outPath), readZelTestFile(errPath)};
+    const int status = ZelPeerProcess(program, args, ZelOutputTo(outPath, errPath).get()).wait();
+    ZelProgramRun run{status, readZelTestFile(outPath), readZelTestFile(errPath)};
     unlink(outPath);
     unlink(errPath);
     return run;

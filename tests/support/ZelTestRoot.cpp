@@ -3,27 +3,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
-#include <vector>
 
 ZelTestRoot::ZelTestRoot() {
-    std::string pattern =
-            (std::filesystem::temp_directory_path() / "zeld-root-XXXXXX").string();
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    mPath = buffer.data();
-    if (const char* previous = std::getenv("ZELD_ROOT")) {
-        mHadPreviousRoot = true;
-        mPreviousRoot = previous;
-    }
+    mPath = (std::filesystem::temp_directory_path() / "zeld-root-XXXXXX").string();
+    if (mkdtemp(mPath.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    if (const char* previous = std::getenv("ZELD_ROOT")) mPreviousRoot = previous;
     setenv("ZELD_ROOT", mPath.c_str(), 1);
 }
 
 ZelTestRoot::~ZelTestRoot() {
-    if (mHadPreviousRoot) {
-        setenv("ZELD_ROOT", mPreviousRoot.c_str(), 1);
+    if (mPreviousRoot) {
+        setenv("ZELD_ROOT", mPreviousRoot->c_str(), 1);
     } else {
         unsetenv("ZELD_ROOT");
     }

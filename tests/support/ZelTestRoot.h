@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "ZelTestFiles.h"
@@ -22,6 +23,5 @@ public:
 
 private:
     std::string mPath;
-    std::string mPreviousRoot;
-    bool mHadPreviousRoot = false;
+    std::optional<std::string> mPreviousRoot;
 };

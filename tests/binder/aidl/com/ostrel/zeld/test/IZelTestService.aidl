@@ -7,8 +7,6 @@ interface IZelTestService {
     byte[] echo(in byte[] data);
     // `size` bytes: a large reply to a small call.
     byte[] filled(int size);
-    // {pid, uid} of the caller as the service sees it.
-    int[] callerIdentity();
     IBinder echoBinder(IBinder binder);
     // True when `binder` is the very object given to setCallback.
     boolean isStoredCallback(IBinder binder);
@@ -25,6 +23,6 @@ interface IZelTestService {
     long[] stats();
     void sleepMs(int ms);
     // A dup of `fd`, made by the service. Its dump(fd, args) writes
-    // "uid <calling uid>" and the arguments to fd.
+    // "<calling pid> <calling uid>" and the arguments to fd.
     FileDescriptor dupFd(in FileDescriptor fd);
 }
