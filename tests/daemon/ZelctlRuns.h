@@ -129,21 +129,21 @@ private:
 
     // `text` with every bound $NAME and $ROOT in place.
     std::string bound(const std::string& text) const {
-    std::string result;
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = text[at] == '$' ? zelctlNameEnd(text, at + 1) : at + 1;
-        const std::string name = text.substr(at + 1, end - at - 1);
-        if (end > at + 1 && mVars.count(name) != 0) {
-            result += mVars.at(name);
-        } else if (name == "ROOT") {
-                    result += mRoot.path();
-                } else {
-                    result += text.substr(at, end - at);
-                }
-                at = end;
+        std::string result;
+        for (size_t at = 0; at < text.size();) {
+            const size_t end = text[at] == '$' ? zelctlNameEnd(text, at + 1) : at + 1;
+            const std::string name = text.substr(at + 1, end - at - 1);
+            if (end > at + 1 && mVars.count(name) != 0) {
+                result += mVars.at(name);
+            } else if (name == "ROOT") {
+                result += mRoot.path();
+            } else {
+                result += text.substr(at, end - at);
             }
-            return result;
+            at = end;
         }
+        return result;
+    }
 
     // Whether text[t..] matches pattern[p..]: "$*" matches any text, "$NAME" a
     // whole number, the same one wherever NAME stands again.
