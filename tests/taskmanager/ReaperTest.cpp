@@ -44,15 +44,6 @@ TEST(ReaperTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
 }
 
 // Child process bodies: exit status 0 when every check held.
-std::shared_ptr<ZelTaskManager> createInChild(const ZelTestRoot& root,
-                                              std::shared_ptr<ZelRecordingEventDispatcher> events) {
-    zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
-    root.writeFile("/system/etc/zel_policy.json", readZelTestFile(kTaskManagerPolicy));
-    auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), std::move(events));
-    if (manager == nullptr) _exit(10);
-    return manager;
-}
-
 void startQuick(ZelTaskManager& manager) {
     manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
     auto quick = manager.getTask("sync", "quick");
@@ -68,7 +59,7 @@ void purgesPeriodicallyAndWhenWoken() {
     ZelTestRoot root;
     zel::hostlog::ZelLogCapture log;
     auto events = std::make_shared<ZelRecordingEventDispatcher>();
-    auto manager = createInChild(root, events);
+    auto manager = createReapedManager(root, events);
     auto purged = [&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); };
     if (!eventually(purged, milliseconds(7000))) _exit(12);  // at once or after one period
     std::this_thread::sleep_for(milliseconds(100));
@@ -93,7 +84,7 @@ TEST(ReaperTest, PurgesEveryPeriodAndAtOnceWhenWoken) {
 void stopIsOverwritten() {
     ZelTestRoot root;
     zel::hostlog::ZelLogCapture log;
-    auto manager = createInChild(root, std::make_shared<ZelRecordingEventDispatcher>());
+    auto manager = createReapedManager(root, std::make_shared<ZelRecordingEventDispatcher>());
     std::this_thread::sleep_for(milliseconds(300));  // the reaper is waiting by now
     log.clear();
     std::atomic<bool> stopped{false};
@@ -117,7 +108,7 @@ TEST(ReaperTest, SecondCreateInOneProcessTerminatesIt) {
             {
                 ZelTestRoot root;
                 auto events = std::make_shared<ZelRecordingEventDispatcher>();
-                auto first = createInChild(root, events);
+                auto first = createReapedManager(root, events);
                 auto second = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), events);
                 _exit(0);
             },

@@ -18,12 +18,9 @@ extern "C" const char* __tsan_default_options() { return "halt_on_error=1"; }
 namespace {
 
 void runRequestsReaperAndReports() {
-    zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
     ZelTestRoot root;
-    root.writeFile("/system/etc/zel_policy.json", readZelTestFile(kTaskManagerPolicy));
     auto events = std::make_shared<ZelRecordingEventDispatcher>();
-    auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), events);
-    if (manager == nullptr) _exit(10);
+    auto manager = createReapedManager(root, events);
 
     // The resource monitor stand-in, running before the first request: a
     // request that arrives during a purge waits for the next wake-up, which

@@ -9,6 +9,10 @@
 #include <vector>
 
 #include <cutils/properties.h>
+#include <log/log.h>
+#include <unistd.h>
+
+#include "zel/ZelHostLog.h"
 
 #include "ZelRecordingEventDispatcher.h"
 #include "ZelTaskManager.h"
@@ -72,4 +76,16 @@ inline std::shared_ptr<ZelTaskManager> makeTestManager(
     root.writeFile("/system/etc/zel_policy.json", readZelTestFile(policyFile));
     auto engine = ZelPolicyEngine::create(root.at("/system/etc/zel_policy.json"));
     return engine ? std::make_shared<ZelTaskManager>(std::move(dispatcher), engine) : nullptr;
+}
+
+// A manager as the daemon's create() makes it, its reaper running, quiet:
+// for a child process only (the reaper never ends). Exits 10 if the policy
+// does not load.
+inline std::shared_ptr<ZelTaskManager> createReapedManager(const ZelTestRoot& root,
+                                                           std::shared_ptr<ZelEventDispatcherInterface> events) {
+    zel::hostlog::setStderrMinPriority(ANDROID_LOG_SILENT);
+    root.writeFile("/system/etc/zel_policy.json", readZelTestFile(kTaskManagerPolicy));
+    auto manager = ZelTaskManager::create(root.at("/system/etc/zel_policy.json"), std::move(events));
+    if (manager == nullptr) _exit(10);
+    return manager;
 }
