@@ -1,5 +1,7 @@
-// The services' dumps against the real zeld: taken while clients run, with a
-// reader that stops reading, by a caller of another uid, and in both forms.
+// libzelclient against the real zeld on the example device: the services'
+// dumps (taken while clients run, with a reader that stops reading, by a
+// caller of another uid, in both forms), and a connected client and event
+// participant following a daemon restart.
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -18,6 +20,7 @@
 #include "ZelMemoryReporter.h"
 #include "ZelctlDumpReader.h"
 #include "zel/client/ZelClient.h"
+#include "zel/client/ZelEventClient.h"
 
 using namespace zel::client;
 
@@ -25,7 +28,7 @@ namespace {
 
 constexpr Millis kReply{5000};
 
-class ZelDaemonDumpTest : public ::testing::Test {
+class ZelClientDaemonTest : public ::testing::Test {
 protected:
     void SetUp() override {
         mRoot.writeFile("/system/etc/zel_policy.json", readZelTestFile(ZELD_EXAMPLE_POLICY));
@@ -41,12 +44,15 @@ protected:
         EXPECT_EQ(zelctlReadDump(mService, json, &text), android::OK);
         return text;
     }
-    // One client's start, started and completed reports of `task`.
-    static void cycle(ZelClient& client, const char* comp, const char* task) {
-        const auto grant = client.requestStart(comp, task, false, 3000, kReply);
+    // One client's started and completed reports of `task`, after `grant`
+    // (a purge between them may answer 5: only the calls are checked).
+    static void finish(ZelClient& client, const char* comp, const char* task, const ZelResult<ZelReply>& grant) {
         ASSERT_TRUE(grant.ok()) << toString(grant.error());
         ASSERT_TRUE(client.reportStarted(comp, task, grant->token, 3000, kReply).ok());
         ASSERT_TRUE(client.reportCompleted(comp, task, grant->token, kReply).ok());
+    }
+    static void cycle(ZelClient& client, const char* comp, const char* task) {
+        finish(client, comp, task, client.requestStart(comp, task, false, 3000, kReply));
     }
 
     ZelTestRoot mRoot;
@@ -72,7 +78,7 @@ ZelTask::Fields fieldsOf(const rapidjson::Value& record) {
 
 }  // namespace
 
-TEST_F(ZelDaemonDumpTest, DumpsWhileEightClientsRunHoldConsistentRecordsInBothForms) {
+TEST_F(ZelClientDaemonTest, DumpsWhileEightClientsRunHoldConsistentRecordsInBothForms) {
     std::atomic<bool> running{true};
     std::vector<std::future<void>> clients;
     for (int32_t i = 0; i < 8; ++i) {
@@ -126,7 +132,7 @@ TEST_F(ZelDaemonDumpTest, DumpsWhileEightClientsRunHoldConsistentRecordsInBothFo
     }
 }
 
-TEST_F(ZelDaemonDumpTest, AReaderThatStopsReadingStallsNoRequest) {
+TEST_F(ZelClientDaemonTest, AReaderThatStopsReadingStallsNoRequest) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
     fcntl(ends[1], F_SETPIPE_SZ, 4096);
@@ -149,7 +155,7 @@ TEST_F(ZelDaemonDumpTest, AReaderThatStopsReadingStallsNoRequest) {
     EXPECT_NE(dump(false).find("mTaskList: "), std::string::npos);
 }
 
-TEST_F(ZelDaemonDumpTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
+TEST_F(ZelClientDaemonTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
     if (getuid() != 0) GTEST_SKIP() << "needs root to run a peer as another uid";
     // The other uid must reach the runtime's sockets to be refused by the daemon.
     for (const auto& entry : std::filesystem::recursive_directory_iterator(mRoot.path())) {
@@ -170,4 +176,34 @@ TEST_F(ZelDaemonDumpTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
     EXPECT_EQ(WEXITSTATUS(status), 1);
     EXPECT_EQ(readZelTestFile(outPath).rfind("{\"error\":\"permission_denied\"", 0), 0u)
             << readZelTestFile(outPath);
+}
+
+// The example policy publishes diagnostics/crashUpload's completion as
+// diagnosticEvents/crashUploadDone (group 6, event 1): the event after the
+// restart shows the completion went through. A request made while no daemon
+// serves waits for the next one.
+TEST_F(ZelClientDaemonTest, ClientAndParticipantFollowADaemonRestart) {
+    ZelClientError error = ZelClientError::kNone;
+    const auto client = ZelClient::connect({}, &error);
+    ASSERT_NE(client, nullptr) << toString(error);
+    Inbox<int32_t> events;
+    const auto participant = ZelEventClient::connect(
+            {}, [&](int32_t, int32_t, int32_t eventId, const std::vector<uint8_t>&) { events.put(eventId); },
+            &error);
+    ASSERT_NE(participant, nullptr) << toString(error);
+    ASSERT_EQ(participant->subscribe(1, 6, 1), ZelClientError::kNone);
+    cycle(*client, "diagnostics", "crashUpload");
+    ASSERT_TRUE(events.waitFor(1));
+
+    mDaemon.reset();  // SIGKILL
+    ASSERT_TRUE(eventually([&] { return !client->isConnected() && !participant->isConnected(); }));
+    auto duringRestart = client->requestStartAsync("diagnostics", "crashUpload", false, 3000,
+                                                   Millis(10000));
+    mDaemon = std::make_unique<ZelDaemonProcess>(ZELD_PATH, mRoot);
+    ASSERT_TRUE(mDaemon->waitUntilServing());
+    ASSERT_TRUE(eventually([&] { return participant->isConnected(); }));
+
+    finish(*client, "diagnostics", "crashUpload", duringRestart.get());
+    ASSERT_TRUE(events.waitFor(2)) << "no event after the restart: not subscribed again";
+    EXPECT_TRUE(client->isConnected());
 }
