@@ -56,12 +56,8 @@ std::vector<std::string> logLines(const std::string& log) {
 
 // Polls `found` (empty when it holds) until it holds or the wait is over.
 std::string eventuallyEmpty(const std::function<std::string()>& found) {
-    const auto deadline = std::chrono::steady_clock::now() + kEventualWait;
-    std::string last = found();
-    while (!last.empty() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        last = found();
-    }
+    std::string last;
+    eventually([&] { return (last = found()).empty(); }, kEventualWait);
     return last;
 }
 

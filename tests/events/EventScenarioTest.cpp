@@ -14,6 +14,7 @@
 #include "ZelBinderEventDispatcher.h"
 #include "ZelLogText.h"
 #include "ZelScenario.h"
+#include "ZelTestFiles.h"
 
 using namespace com::ostrel::zeld::interfaces;
 using android::binder::Status;
@@ -69,8 +70,7 @@ public:
         if (w[0] == "publish") {
             const auto opts = action.options(3);
             const std::string hex = opts.count("payload") ? opts.at("payload") : "01020304";
-            mPayload.clear();
-            for (size_t at = 0; at + 1 < hex.size(); at += 2) mPayload.push_back(std::stoul(hex.substr(at, 2), nullptr, 16));
+            mPayload = zelHexBytes(hex);
             tallyd::TallyResourceStatus r;
             if (opts.count("report") && std::sscanf(opts.at("report").c_str(), "%" SCNu8 "/%" SCNu8 "/%" SCNu64 "/%" SCNu64,
                                                     &r.resourceType, &r.status, &r.value, &r.criticalThreshold) != 4) {
