@@ -48,8 +48,10 @@ TEST(ZelReplyRouterTest, ApprovalsExpectedByTokenNeverAnswerTheRequestInFlight) 
     router.onReply({11, true, 0});
     router.expectApproval(11);
     EXPECT_TRUE(router.awaitApproval(11, Clock::now() + kSoon).ok());
-    // Nothing in flight and not an approval: dropped.
+    // Nothing in flight and not an approval (granted but with a status): dropped.
     router.onReply({12, false, 3});
+    router.onReply({13, true, 5});
+    EXPECT_EQ(router.awaitApproval(13, Clock::now() + kSoon).error(), ZelClientError::kTimedOut);
     router.beginRequest();
     EXPECT_EQ(router.awaitReply(Clock::now() + kSoon).error(), ZelClientError::kTimedOut);
 }
