@@ -11,13 +11,6 @@
 
 using zel::hostlog::ZelLogCapture;
 
-static_assert(zel::log::baseNameLength("/a/b/ZelTaskManager.cpp") == 14);
-static_assert(zel::log::baseNameOffset("/a/b/ZelTaskManager.cpp") == 5);
-static_assert(zel::log::baseNameLength("main.cpp") == 4);
-static_assert(zel::log::baseNameLength("dir/noext") == 5);
-static_assert(zel::log::baseNameLength("dir/x.tar.gz") == 5);  // up to the last dot
-static_assert(zel::log::baseNameLength("dir.d/file") == 4);    // a dot in a folder is no extension
-
 namespace {
 void logFromHelperFunction() { ZEL_LOGW("from %s", "helper"); }
 }  // namespace

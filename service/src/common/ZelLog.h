@@ -37,6 +37,11 @@ constexpr int baseNameLength(const char* path) {
     return static_cast<int>((sawDot ? dot : end) - start);
 }
 
+static_assert(baseNameLength("/a/b/ZelTaskManager.cpp") == 14 && baseNameOffset("/a/b/ZelTaskManager.cpp") == 5);
+static_assert(baseNameLength("main.cpp") == 4 && baseNameLength("dir/noext") == 5);
+static_assert(baseNameLength("dir/x.tar.gz") == 5, "up to the last dot");
+static_assert(baseNameLength("dir.d/file") == 4, "a dot in a folder is no extension");
+
 }  // namespace zel::log
 
 // Forced to compile-time constants so no path is scanned at run time.
