@@ -93,15 +93,11 @@ void signalReady(int fd) {
     close(fd);
 }
 
-sockaddr_un unixAddress(const std::string& path) {
+int unixSocket(const std::string& path, bool listening) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
-    return address;
-}
-int unixSocket(const std::string& path, bool listening) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = unixAddress(path);
     const auto* raw = reinterpret_cast<const sockaddr*>(&address);
     const bool ok = listening ? bind(fd, raw, sizeof(address)) == 0 && listen(fd, 16) == 0
                               : connect(fd, raw, sizeof(address)) == 0;
