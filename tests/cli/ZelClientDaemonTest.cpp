@@ -4,7 +4,6 @@
 // participant following a daemon restart.
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -162,20 +161,10 @@ TEST_F(ZelClientDaemonTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
         std::filesystem::permissions(entry.path(), std::filesystem::perms::all);
     }
     std::filesystem::permissions(mRoot.path(), std::filesystem::perms::all);
-    const std::string outPath = mRoot.at("other.out");
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        dup2(out, STDOUT_FILENO);
-        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(3);
-        execl(ZELCTL_PATH, "zelctl", "--json", "dump", nullptr);
-        _exit(4);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(WEXITSTATUS(status), 1);
-    EXPECT_EQ(readZelTestFile(outPath).rfind("{\"error\":\"permission_denied\"", 0), 0u)
-            << readZelTestFile(outPath);
+    const ZelProgramRun run = runZelProgram(
+            "/usr/bin/setpriv", {"--reuid=65534", "--regid=65534", "--clear-groups", ZELCTL_PATH, "--json", "dump"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out.rfind("{\"error\":\"permission_denied\"", 0), 0u) << run.out << run.err;
 }
 
 // The example policy publishes diagnostics/crashUpload's completion as
