@@ -75,6 +75,11 @@ TEST_F(ZelServiceRegistryTest, NamesAreCheckedAtTheBoundaries) {
         EXPECT_EQ(mManager->checkService(name16(name)), object) << name;
         EXPECT_TRUE(listed(name)) << name;
     }
+    for (const char* name : {"zz.last", "mm.middle", "aa.first", "nn.next", "bb.second"}) {
+        ASSERT_EQ(mManager->addService(name16(name), object), OK);
+    }
+    const auto names = mManager->listServices();
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end())) << "listed in name order";
 }
 
 TEST(ZelServiceRegistryDeathTest, NoServiceManagerWhenTheRootCannotHoldEndpoints) {
