@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <deque>
+#include <future>
 
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
@@ -132,6 +133,27 @@ TEST_F(ZelBinderIpcTest, ManyCallersAreServedAtOnceOnewayCallsKeepTheirOrderAndT
         EXPECT_EQ(value % 10000, last[value / 10000] + 1);
         last[value / 10000] = value % 10000;
     }
+}
+
+TEST_F(ZelBinderIpcTest, OnewayCallsKeepTheirOrderWhenTheCallerGotANewProxyBetweenThem) {
+    android::ProcessState::self()->startThreadPool();
+    // Holds the first value back: a later call that overtook it is recorded first.
+    struct HeldCallback : ZelRecordingCallback {
+        android::binder::Status onValue(int32_t value) override {
+            if (value == 1) released.wait();
+            return ZelRecordingCallback::onValue(value);
+        }
+        std::promise<void> release;
+        std::shared_future<void> released = release.get_future().share();
+    };
+    sp<HeldCallback> callback = new HeldCallback();
+    ASSERT_TRUE(mService->callBack(callback, 1).isOk());
+    runCallers(1, 0);  // its callback replaces ours: the server lets go of its last proxy of us
+    ASSERT_TRUE(mService->callBack(callback, 2).isOk());
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // time to overtake
+    callback->release.set_value();
+    ASSERT_TRUE(callback->values.waitFor(2));
+    EXPECT_EQ(callback->values.items(), (std::vector<int32_t>{1, 2}));
 }
 
 TEST_F(ZelBinderIpcTest, CallsToAnExitedProcessFailWithDeadObjectAndItsDeathIsNotified) {

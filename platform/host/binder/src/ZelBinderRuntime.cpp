@@ -259,20 +259,21 @@ sp<BpBinder> ZelBinderRuntime::proxyFor(const std::string& endpoint, uint32_t ha
 
 void ZelBinderRuntime::onProxyDestroyed(BpBinder* proxy) {
     const std::shared_ptr<ZelPeer>& peer = proxy->mPeer;
-    bool last = false;
     {
         std::lock_guard<std::mutex> guard(mLock);
         auto it = mProxies.find({peer->endpoint(), proxy->handle()});
         if (it != mProxies.end() && it->second.raw == proxy) mProxies.erase(it);
-        last = --peer->mProxyCount == 0;
-        if (last) {
-            auto found = mPeers.find(peer->endpoint());
-            if (found != mPeers.end() && found->second == peer) mPeers.erase(found);
-            mWatchedPeers.erase(peer->id());
-        }
+        // A live peer keeps its connections without proxies: one-way calls
+        // made through a later proxy then follow the earlier ones on the same
+        // primary connection, and reach the peer after them.
+        if (--peer->mProxyCount == 0 && peer->isDead()) forgetPeerLocked(peer);
     }
     if (!peer->isDead()) peer->sendRefs(proxy->handle(), -1, 0);
-    if (last) peer->close();
+}
+
+void ZelBinderRuntime::forgetPeerLocked(const std::shared_ptr<ZelPeer>& peer) {
+    auto found = mPeers.find(peer->endpoint());
+    if (found != mPeers.end() && found->second == peer) mPeers.erase(found);
 }
 
 void ZelBinderRuntime::onPeerDead(const std::shared_ptr<ZelPeer>& peer) {
@@ -283,6 +284,7 @@ void ZelBinderRuntime::onPeerDead(const std::shared_ptr<ZelPeer>& peer) {
     {
         std::lock_guard<std::mutex> guard(mLock);
         mWatchedPeers.erase(peer->id());
+        if (peer->mProxyCount == 0) forgetPeerLocked(peer);
         for (auto it = mProxies.lower_bound({endpoint, 0});
              it != mProxies.end() && it->first.first == endpoint; ++it) {
             if (it->second.raw == nullptr || it->second.raw->mPeer != peer) continue;

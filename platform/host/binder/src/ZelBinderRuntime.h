@@ -80,6 +80,8 @@ public:
     void onProxyDestroyed(android::BpBinder* proxy);
     // The peer's process is gone (or its connection broke): proxies die.
     void onPeerDead(const std::shared_ptr<ZelPeer>& peer);
+    // Drops a dead peer without proxies from mPeers.
+    void forgetPeerLocked(const std::shared_ptr<ZelPeer>& peer);
     // Watches a peer's primary connection for hang-up; armPeer also for
     // room, while bytes wait on it. The send deadline prompts the peer to
     // look whether they still move.
@@ -166,6 +168,8 @@ private:
         android::BpBinder* raw = nullptr;  // identifies the proxy the slot was made for
     };
     std::map<std::pair<std::string, uint32_t>, ProxySlot> mProxies;
+    // Every peer this process has had a proxy of, until its process is gone
+    // and its last proxy with it.
     std::map<std::string, std::shared_ptr<ZelPeer>> mPeers;
     std::map<uint64_t, std::weak_ptr<ZelPeer>> mWatchedPeers;
     struct ExitWatch {

@@ -43,7 +43,7 @@ status_t ZelPeer::openLocked(std::shared_ptr<Connection>* out) {
 }
 
 status_t ZelPeer::primaryLocked(std::shared_ptr<Connection>* out) {
-    if (mDead || mClosed) return DEAD_OBJECT;
+    if (mDead) return DEAD_OBJECT;
     if (mPrimary == nullptr) {
         status_t status = openLocked(&mPrimary);
         if (status != OK) return status;
@@ -78,7 +78,7 @@ void ZelPeer::checkin(const std::shared_ptr<Connection>& conn) {
     std::lock_guard<std::mutex> guard(mLock);
     if (conn == mPrimary) {
         mPrimaryBusy = false;
-    } else if (!mDead && !mClosed && mSpare.size() < kMaxSpareConnections) {
+    } else if (!mDead && mSpare.size() < kMaxSpareConnections) {
         mSpare.push_back(conn);
     }
 }
@@ -220,13 +220,6 @@ bool ZelPeer::markDead() {
     mPrimary.reset();
     mSpare.clear();
     return true;
-}
-
-void ZelPeer::close() {
-    std::lock_guard<std::mutex> guard(mLock);
-    mClosed = true;
-    mPrimary.reset();
-    mSpare.clear();
 }
 
 }  // namespace zel::binder

@@ -55,9 +55,6 @@ public:
 
     // Marks the peer dead and shuts its connections; true the first time.
     bool markDead();
-    // Closes the connections once no proxy needs them; the peer is unusable
-    // afterwards.
-    void close();
 
     // Pool threads: the primary connection is writable again, or its send
     // deadline has come.
@@ -106,7 +103,6 @@ private:
     std::shared_ptr<Connection> mPrimary;
     bool mPrimaryBusy = false;  // a synchronous call is reading from the primary
     std::vector<std::shared_ptr<Connection>> mSpare;
-    bool mClosed = false;
 };
 
 }  // namespace zel::binder
