@@ -40,12 +40,12 @@ bool notVerbose(const std::string& line) {
 
 ZelProgramRun zelctl(const std::vector<std::string>& args) { return runZelProgram(ZELCTL_PATH, args); }
 
-class ZelctlCaseTest : public ::testing::TestWithParam<std::string> {};
+class ZelctlPolicyCaseTest : public ::testing::TestWithParam<std::string> {};
 
 // expected.txt is the check's whole output; --quiet and a refused graph show
 // its warnings and errors only; an accepted graph matches graph.dot if the
 // case has one.
-TEST_P(ZelctlCaseTest, CheckPrintsTheExpectedTextAndGraphAgrees) {
+TEST_P(ZelctlPolicyCaseTest, CheckPrintsTheExpectedTextAndGraphAgrees) {
     const std::string dir = kCases + "/" + GetParam();
     const std::string path = dir + "/policy.json";
     const ZelProgramRun check = zelctl({"policy", "check", path});
@@ -68,7 +68,7 @@ TEST_P(ZelctlCaseTest, CheckPrintsTheExpectedTextAndGraphAgrees) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, ZelctlCaseTest, ::testing::ValuesIn(listZelTestCases(kCases)),
+INSTANTIATE_TEST_SUITE_P(Cases, ZelctlPolicyCaseTest, ::testing::ValuesIn(listZelTestCases(kCases)),
                          [](const auto& info) { return zelTestName(info.param); });
 
 // Which cycles the check reports (one per group of mutually dependent tasks,
