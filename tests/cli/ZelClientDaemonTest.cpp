@@ -17,6 +17,7 @@
 #include "ZelDaemonDump.h"
 #include "ZelDaemonProcess.h"
 #include "ZelMemoryReporter.h"
+#include "ZelScenario.h"
 #include "ZelctlDumpReader.h"
 #include "zel/client/ZelClient.h"
 #include "zel/client/ZelEventClient.h"
@@ -100,9 +101,7 @@ TEST_F(ZelClientDaemonTest, DumpsWhileEightClientsRunHoldConsistentRecordsInBoth
                 EXPECT_GE(task.state, TASK_STATE_CREATED);
                 EXPECT_LE(task.state, TASK_STATE_COMPLETED);
                 EXPECT_NE(task.token, 0u);
-                char hex[16];
-                snprintf(hex, sizeof(hex), "%x", task.token);
-                EXPECT_STREQ(record["tokenHex"].GetString(), hex);
+                EXPECT_EQ(record["tokenHex"].GetString(), zelHex(task.token));
             }
         }
         for (const auto& metric : document["metrics"].GetArray()) {
