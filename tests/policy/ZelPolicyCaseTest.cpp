@@ -13,19 +13,13 @@
 #include "PolicyRapidJson.h"
 #include "ZelLogText.h"
 #include "ZelPolicyEngine.h"
+#include "ZelScenario.h"
 #include "ZelTestFiles.h"
 #include "ZelTestRoot.h"
 
 namespace {
 
 const std::string kCases = ZELD_POLICY_CASES;
-
-std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
-    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-        text.replace(at, from.size(), to);
-    }
-    return text;
-}
 
 // In double quotes, with quotes, backslashes and control characters escaped.
 std::string quoted(const std::string& text) {
@@ -101,7 +95,7 @@ TEST_P(ZelPolicyCaseTest, LoaderLogsTheExpectedLinesAndEngineAnswersAsTheModel) 
     for (std::string line; std::getline(expected, line);) {
         if (line.size() > 2 && line[1] == '/') expectedLog += line + "\n";
     }
-    EXPECT_EQ(replaceAll(log, path, "policy.json"), expectedLog);
+    EXPECT_EQ(zelSubstitute(log, {{path, "policy.json"}}), expectedLog);
     EXPECT_EQ(accepted, expected.str().find("policy.json: accepted") != std::string::npos);
 
     const std::string model = dir + "/model.txt";

@@ -8,6 +8,7 @@
 
 #include "ZelLogText.h"
 #include "ZelPolicyCycles.h"
+#include "ZelScenario.h"
 #include "ZelTestFiles.h"
 #include "ZelTestProcess.h"
 
@@ -24,9 +25,7 @@ std::string lines(const std::string& text, const std::string& path, Keep keep) {
     std::string out;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
-        for (auto at = line.find(path); at != std::string::npos; at = line.find(path)) {
-            line.replace(at, path.size(), "policy.json");
-        }
+        line = zelSubstitute(line, {{path, "policy.json"}});
         if (keep(line)) out += zelDropLineNumber(line) + "\n";
     }
     return out;

@@ -80,8 +80,6 @@ public:
     void onProxyDestroyed(android::BpBinder* proxy);
     // The peer's process is gone (or its connection broke): proxies die.
     void onPeerDead(const std::shared_ptr<ZelPeer>& peer);
-    // Drops a dead peer without proxies from mPeers.
-    void forgetPeerLocked(const std::shared_ptr<ZelPeer>& peer);
     // Watches a peer's primary connection for hang-up; armPeer also for
     // room, while bytes wait on it. The send deadline prompts the peer to
     // look whether they still move.
@@ -121,6 +119,8 @@ private:
 
     ZelBinderRuntime();
 
+    // Drops a dead peer without proxies from mPeers.
+    void forgetPeerLocked(const std::shared_ptr<ZelPeer>& peer);
     void poolLoop(bool isMain, bool counted);
     void spareThreadIfNeeded();
     void dispatch(uint64_t tag, uint32_t events);
