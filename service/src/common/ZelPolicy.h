@@ -38,4 +38,17 @@ public:
     std::shared_ptr<PolicyTaskTable> taskTable;
     // "START_PROCESS" tasks of auto-start components, document order
     std::list<TaskKey> autoStartTasks;
+
+private:
+    // One function per section of the document, each false when the section
+    // refuses the document.
+    bool loadEventGroups(const rapidjson::Value& section);
+    bool loadComponents(const rapidjson::Value& section);
+    bool loadTasks(const rapidjson::Value& element, const std::shared_ptr<PolicyComponent>& component);
+    bool loadRules(const rapidjson::Value& section);
+    bool loadRule(const rapidjson::Value& rule);
+    bool loadDependencies(const std::string& name, const TaskKey& ruleKey,
+                          const rapidjson::Value& dependencies, PolicyTask& task);
+    bool loadAction(const std::string& name, const TaskKey& ruleKey, const rapidjson::Value& action,
+                    PolicyTask& task);
 };
