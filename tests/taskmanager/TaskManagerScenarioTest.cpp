@@ -57,8 +57,7 @@ public:
         } else if (w[0] == "property-write") {
             ZelSystemProperty::sWriter = arg == "works" ? property_set : &failingWriter;
         } else if (w[0] == "reaper" && kReaperStates.count(arg)) {
-            std::lock_guard<std::mutex> guard(gReaperMutex);
-            gReaperState = kReaperStates.at(arg);
+            ZelReaperSync::setCommand(kReaperStates.at(arg));
         } else if (w[0] == "request" || w[0] == "started" || w[0] == "completed") {
             return std::to_string(taskStep(w[0], keyOf(arg), opts));
         } else {
@@ -113,10 +112,9 @@ public:
             return e.listIs(found, 1);
         }
         if (w[0] == "reaper") {
-            std::lock_guard<std::mutex> guard(gReaperMutex);
-            return kReaperStates.count(arg) && kReaperStates.at(arg) == gReaperState
-                           ? ""
-                           : "command word " + std::to_string(gReaperState);
+            const int32_t command = ZelReaperSync::state().command;
+            return kReaperStates.count(arg) && kReaperStates.at(arg) == command ? ""
+                                                                                : "command word " + std::to_string(command);
         }
         zelScenarioRefuse("unknown expectation");
     }

@@ -126,13 +126,11 @@ ZelDaemonState capture(ZelTaskManager& manager) {
     if (manager.mPolicyEngine != nullptr) state.policy = manager.mPolicyEngine->getSummary();
     if (manager.mResourceStatus != nullptr)
         state.memory = manager.mResourceStatus->getMemoryStatus();
-    {
-        std::lock_guard<std::mutex> guard(gReaperMutex);
-        state.reaperState = gReaperState;
-        state.purgeInProgress = gPurgeInProgress != 0;
-        state.purgeCount = gPurgeCount;
-        state.lastPurgeTime = gLastPurgeTime;
-    }
+    const ZelReaperSync::State reaper = ZelReaperSync::state();
+    state.reaperState = reaper.command;
+    state.purgeInProgress = reaper.purging;
+    state.purgeCount = reaper.purges;
+    state.lastPurgeTime = reaper.lastPurgeTime;
     {
         std::lock_guard<std::mutex> guard(manager.mStoppedTaskLock);
         state.stopped.assign(manager.mStoppedTaskList.begin(), manager.mStoppedTaskList.end());

@@ -59,7 +59,7 @@ std::shared_ptr<ZelTaskManager> ZelTaskManager::create(
     }
     auto manager = std::make_shared<ZelTaskManager>(std::move(eventDispatcher), std::move(engine));
     // Assigning over a running reaper terminates the process: one manager per process.
-    gReaperThread = std::thread(&ZelTaskManager::reaperFunc, manager.get());
+    ZelReaperSync::adoptThread(std::thread(&ZelTaskManager::reaperFunc, manager.get()));
     ZelReaperSync::notify();
     return manager;
 }
@@ -71,10 +71,7 @@ ZelTaskManager::ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> even
       mTaskList(std::make_shared<LockedTaskMap>()),
       mRunningTaskList(std::make_shared<LockedTaskMap>()),
       mPendingTaskList(std::make_shared<LockedTaskMap>()) {
-    {
-        std::lock_guard<std::mutex> guard(gReaperMutex);
-        gReaperState = REAPER_STATE_WAIT;
-    }
+    ZelReaperSync::setCommand(REAPER_STATE_WAIT);
     mResourceStatus = std::make_shared<ZelResourceStatus>();
     if (mResourceStatus != nullptr && mEventDispatcher != nullptr) {
         const bool subscribed = mEventDispatcher->subscribeEvent(
@@ -87,7 +84,7 @@ ZelTaskManager::ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> even
 
 void ZelTaskManager::stop() {
     ZelReaperSync::command(REAPER_STATE_EXIT);
-    if (gReaperThread.joinable()) gReaperThread.join();
+    ZelReaperSync::joinThread();
 }
 
 std::shared_ptr<ZelTask> ZelTaskManager::getTask(const std::string& compId,
@@ -493,38 +490,28 @@ void ZelTaskManager::TaskStatusUpdateOnResourceStatusUpdate() {
         approvePendingTasks();
     }
 
-    std::lock_guard<std::mutex> reaperGuard(gReaperMutex);
-    if (!hasStoppedTasks() && mRunningTaskList->size() == 0) return;
-    gReaperState = REAPER_STATE_WAIT;  // the waiting reaper turns this into a purge
-    gReaperCondition.notify_all();
+    ZelReaperSync::wakeForPurgeIf(
+            [this] { return hasStoppedTasks() || mRunningTaskList->size() != 0; });
 }
 
 void ZelTaskManager::reaperFunc(ZelTaskManager* manager) {
-    std::unique_lock<std::mutex> lock(gReaperMutex);
-    int32_t state = gReaperState;
+    ZelReaperSync::Reaper reaper;
+    int32_t state = reaper.command();
     for (;;) {
         while (state == REAPER_STATE_PURGE) {
-            gPurgeInProgress = 1;
-            lock.unlock();
-            clearList(manager);
-            lock.lock();
-            gPurgeInProgress = 0;
-            ++gPurgeCount;
-            gLastPurgeTime = ZelTime::monotonicSeconds();
-            // Written blindly: a stop request stored meanwhile is overwritten.
-            gReaperState = REAPER_STATE_WAIT;
+            // Stores WAIT blindly afterwards: a stop request stored meanwhile is overwritten.
+            reaper.purge([manager] { clearList(manager); });
             state = REAPER_STATE_WAIT;
         }
         if (state == REAPER_STATE_EXIT) break;
         if (state == REAPER_STATE_WAIT) {
-            const auto deadline = std::chrono::system_clock::now() + kReaperPeriod;
-            gReaperCondition.wait_until(lock, deadline);
-            gReaperState = REAPER_STATE_PURGE;
+            reaper.waitUntil(std::chrono::system_clock::now() + kReaperPeriod);
+            reaper.setCommand(REAPER_STATE_PURGE);
             ZEL_LOGD("Timeout, Purging Tasks");
         } else {
-            gReaperCondition.wait(lock);
+            reaper.wait();
         }
-        state = gReaperState;
+        state = reaper.command();
     }
 }
 
