@@ -25,10 +25,6 @@ void countMetric(const std::string& name, int64_t value = 1) {
     gMetricsFactory().addCount(name, value);
 }
 
-bool isStarted(int32_t state) {
-    return state == TASK_STATE_START_ALLOWED || state == TASK_STATE_RUNNING;
-}
-
 const ZelTaskContext& taskContextOf(const void* data) {
     return *static_cast<const ZelTaskContext*>(data);
 }
@@ -172,7 +168,7 @@ int ZelActivityListener::processTaskStartRequest(std::shared_ptr<ZelIpcContext> 
                                                     ZelTaskManager::kClientRequestType);
     if (const std::shared_ptr<ZelTask> task = mTaskManager->getTask(compId, taskId)) {
         reply.token = static_cast<int32_t>(task->getToken());
-        reply.canStart = isStarted(task->getState());
+        reply.canStart = isStartedState(task->getState());
     } else if (reply.status == kStatusSuccess && notify) {
         ZEL_LOGE("Unable to find task with compId %s, taskId %s", compId.c_str(), taskId.c_str());
         countMetric("InvalidTaskCount");

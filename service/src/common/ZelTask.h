@@ -22,6 +22,11 @@ enum TaskState : int32_t {
     TASK_STATE_COMPLETED = 5,
 };
 
+// A task counts as started once its start is allowed: allowed or running.
+inline bool isStartedState(int32_t state) {
+    return state == TASK_STATE_START_ALLOWED || state == TASK_STATE_RUNNING;
+}
+
 // The daemon's record of one task of one component. Every field is guarded by
 // mLock, which is a leaf: no accessor calls out while holding it.
 class ZelTask {

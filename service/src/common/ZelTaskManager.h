@@ -94,6 +94,25 @@ public:
     std::shared_ptr<ZelResourceStatus> mResourceStatus;
 
 private:
+    // One allow-list entry of the dependency check: requests the required
+    // task where it is missing, idle or completed; true when it is started.
+    bool requireTask(const std::string& compId, const std::string& taskId, const ZelTask& task,
+                     const TaskKey& reqKey, int32_t requestType);
+    // The dependency check's last step: 1 when the task's memory fits.
+    int32_t checkResourceRequirement(const std::string& compId, const std::string& taskId);
+    // A started report for a task with a record: 0, or the refusal's code.
+    int32_t checkStartedReport(const std::string& compId, const std::string& taskId,
+                               const ZelTask& task, uint32_t token);
+    // A started report without a record: makes one (into `task`) for a
+    // critical task; 0, or the refusal's code.
+    int32_t admitUnrequestedStart(const std::string& compId, const std::string& taskId,
+                                  int32_t duration, std::shared_ptr<ZelIpcContext> taskContext,
+                                  int32_t requestType, std::shared_ptr<ZelTask>& task);
+    // Writes the component's start property and reads it back.
+    void startComponentProcess(const std::string& compId, const std::string& taskId);
+    // Completes a running task of the running table while memory is critical,
+    // unless it may not be preempted or is inside its guaranteed run time.
+    void preemptIfDue(const TaskKey& key, const ZelTask& task);
     // Publishes through the dispatcher; without one only an empty list succeeds.
     bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first, int32_t second);
     // Removes every entry equal to key from mStoppedTaskList.
