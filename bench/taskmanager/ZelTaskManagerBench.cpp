@@ -99,10 +99,9 @@ void BM_Purge(benchmark::State& state) {
         auto manager = makeManager(tasks, 1);
         if (manager == nullptr) return state.SkipWithError("policy not loaded");
         for (const TaskKey& key : all) {
-            auto task = ZelTask::create(key.first, key.second, 0, 5000, true, nullptr, nullptr);
-            task->setState(TASK_STATE_RUNNING);
-            manager->mTaskList->insert(key, task);
-            manager->mRunningTaskList->insert(key, task);
+            manager->taskStartRequested(key.first, key.second, false, 5000, nullptr, nullptr, 2);
+            manager->taskStarted(key.first, key.second, manager->getTask(key.first, key.second)->getToken(),
+                                 5000, nullptr, 2, false);
         }
         gNowNanos += 10LL * 1000000000LL;  // every 5000 ms run time has passed
         state.ResumeTiming();

@@ -132,7 +132,7 @@ private:
         mApprovalsBefore = ZelApprovalRecorder::approvals().size();
         mTokensBefore.clear();
         if (mManager == nullptr) return;
-        for (const auto& [key, task] : mManager->mTaskList->snapshot()) mTokensBefore[key] = task->getToken();
+        for (const ZelTask::Fields& task : mManager->snapshot().tasks) mTokensBefore[{task.compId, task.taskId}] = task.token;
     }
 
     int32_t taskStep(const std::string& verb, const TaskKey& key, const std::map<std::string, std::string>& opts) {
@@ -172,17 +172,16 @@ private:
     }
 
     std::vector<std::string> tableKeys(const std::string& name) {
+        const ZelTaskManager::State state = mManager->snapshot();
         std::vector<std::string> keys;
         if (name == "stopped") {
-            std::lock_guard<std::mutex> guard(mManager->mStoppedTaskLock);
-            for (const TaskKey& key : mManager->mStoppedTaskList) keys.push_back(keyText(key));
+            for (const TaskKey& key : state.stopped) keys.push_back(keyText(key));
             return keys;
         }
-        const std::map<std::string, std::shared_ptr<LockedTaskMap>> tables = {
-                {"tasks", mManager->mTaskList}, {"running", mManager->mRunningTaskList},
-                {"pending", mManager->mPendingTaskList}};
+        const std::map<std::string, const std::vector<ZelTask::Fields>*> tables = {
+                {"tasks", &state.tasks}, {"running", &state.running}, {"pending", &state.pending}};
         if (!tables.count(name)) zelScenarioRefuse("unknown table " + name);
-        for (const auto& entry : tables.at(name)->snapshot()) keys.push_back(keyText(entry.first));
+        for (const ZelTask::Fields& task : *tables.at(name)) keys.push_back(task.compId + "/" + task.taskId);
         return keys;
     }
 

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelPolicyGraph.h"
 #include "ZelPolicyLint.h"
 #include "ZelctlCommand.h"

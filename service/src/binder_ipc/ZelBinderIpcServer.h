@@ -43,7 +43,7 @@ public:
     int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data, int length) override;
 
     // Passed on to the client service.
-    void setStateSource(ZelStateSource source) override;
+    void setDump(ZelDumpFunction dump) override;
 
     // The service's message handler.
     android::binder::Status handleMessage(std::shared_ptr<ZelAsyncMessage> message);

@@ -7,7 +7,6 @@
 #include <com/ostrel/zeld/interfaces/ZelTaskContext.h>
 
 #include "ZelBinderIpcServer.h"
-#include "ZelDaemonDump.h"
 #include "ZelLog.h"
 #include "ZelMetrics.h"
 
@@ -65,11 +64,6 @@ bool ZelActivityListener::start() {
     mServer->setServerCallback([this](std::shared_ptr<ZelIpcContext> context, int functionId,
                                       const void* data, int /*length*/) {
         return processAsyncFunction(std::move(context), functionId, data);
-    });
-    // Weak: the published service may outlive the daemon's parts at exit.
-    mServer->setStateSource([manager = std::weak_ptr<ZelTaskManager>(mTaskManager)] {
-        const std::shared_ptr<ZelTaskManager> locked = manager.lock();
-        return locked != nullptr ? ZelDaemonDump::capture(*locked) : ZelDaemonState{};
     });
     if (mServer->start() != 1) return false;
     ZEL_LOGD("ZelActivityListener Started");

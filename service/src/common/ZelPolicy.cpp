@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "PolicyJsonMembers.h"
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelLog.h"
 
 // Every line of the loader names one of the three entry points, so the log

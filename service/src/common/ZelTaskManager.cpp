@@ -7,15 +7,31 @@
 
 #include "ZelTaskManager.h"
 
+#include <map>
 #include <utility>
 
 #include "ZelTaskManagerShared.h"
+#include "ZelTime.h"
 
 namespace {
 
 // The resource monitor's memory report.
 constexpr uint8_t kMemoryReportGroup = 1;
 constexpr int32_t kMemoryReportEvent = 1;
+
+// Each record is copied once, so every table shows one record the same way.
+std::vector<ZelTask::Fields> rowsOf(const LockedTaskMap::Map& table,
+                                    std::map<const ZelTask*, ZelTask::Fields>& copied) {
+    std::vector<ZelTask::Fields> rows;
+    for (const auto& entry : table) {
+        if (entry.second == nullptr) continue;
+        auto it = copied.find(entry.second.get());
+        if (it == copied.end())
+            it = copied.emplace(entry.second.get(), entry.second->fields()).first;
+        rows.push_back(it->second);
+    }
+    return rows;
+}
 
 }  // namespace
 
@@ -61,6 +77,26 @@ void ZelTaskManager::stop() {
 std::shared_ptr<ZelTask> ZelTaskManager::getTask(const std::string& compId,
                                                  const std::string& taskId) {
     return mTaskList->find(TaskKey(compId, taskId));
+}
+
+ZelTaskManager::State ZelTaskManager::snapshot() const {
+    State state;
+    state.now = ZelTime::monotonicSeconds();
+    if (mPolicyEngine != nullptr) state.policy = mPolicyEngine->getSummary();
+    if (mResourceStatus != nullptr) state.memory = mResourceStatus->getMemoryStatus();
+    state.reaper = ZelReaperSync::state();
+    {
+        std::lock_guard<std::mutex> guard(mStoppedTaskLock);
+        state.stopped.assign(mStoppedTaskList.begin(), mStoppedTaskList.end());
+    }
+    const LockedTaskMap::Map tasks = mTaskList->snapshot();
+    const LockedTaskMap::Map running = mRunningTaskList->snapshot();
+    const LockedTaskMap::Map pending = mPendingTaskList->snapshot();
+    std::map<const ZelTask*, ZelTask::Fields> copied;
+    state.tasks = rowsOf(tasks, copied);
+    state.running = rowsOf(running, copied);
+    state.pending = rowsOf(pending, copied);
+    return state;
 }
 
 bool ZelTaskManager::publishEvents(const std::vector<PolicyEvent>& events, int32_t first,

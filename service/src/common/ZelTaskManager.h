@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "LockedTaskMap.h"
 #include "PolicyEvent.h"
@@ -12,16 +13,16 @@
 #include "ZelEventDispatcherInterface.h"
 #include "ZelPolicyEngine.h"
 #include "ZelReaperSync.h"
+#include "ResourceStatusInfo.h"
 #include "ZelResourceStatus.h"
 #include "ZelTask.h"
 
 // Decides when tasks may start, tracks them until they end, preempts them
 // under memory pressure and reaps those that overrun their run time.
 //
-// No lock spans the manager. Lock order where locks nest: gReaperMutex, then
-// mStoppedTaskLock, then one table mutex, then one record mutex. The tables
-// and the stopped list are public so that owners (tests, diagnostics) can
-// inspect them; only the manager's operations change them.
+// No lock spans the manager. Lock order where locks nest: the reaper mutex
+// (ZelReaperSync), then mStoppedTaskLock, then one table mutex, then one
+// record mutex. Its tables are its own; snapshot() shows them.
 class ZelTaskManager {
 public:
     // Result codes of the operations.
@@ -84,16 +85,32 @@ public:
     // the reaper does not see the request.
     void stop();
 
+    // The manager's state as the dump shows it.
+    struct State {
+        int64_t now = 0;  // monotonic seconds when taken
+        ZelPolicyEngine::Summary policy;
+        ResourceStatusInfo memory;
+        ZelReaperSync::State reaper;
+        std::vector<ZelTask::Fields> tasks;    // mTaskList
+        std::vector<ZelTask::Fields> running;  // mRunningTaskList
+        std::vector<ZelTask::Fields> pending;  // mPendingTaskList
+        std::vector<TaskKey> stopped;          // mStoppedTaskList
+    };
+    // Taken under the reaper mutex, the stopped-list mutex, each table mutex
+    // and each record mutex in turn, in the lock order, never two at once.
+    // A record in several tables is copied once and shown alike in each.
+    State snapshot() const;
+
+private:
     std::shared_ptr<ZelEventDispatcherInterface> mEventDispatcher;
     std::shared_ptr<ZelPolicyEngine> mPolicyEngine;
     std::shared_ptr<LockedTaskMap> mTaskList;         // every known record
     std::shared_ptr<LockedTaskMap> mRunningTaskList;  // reported started, not completed
     std::shared_ptr<LockedTaskMap> mPendingTaskList;  // waiting for a deferred decision
     std::list<TaskKey> mStoppedTaskList;              // guarded by mStoppedTaskLock
-    std::mutex mStoppedTaskLock;                      // after gReaperMutex, before a table mutex
+    mutable std::mutex mStoppedTaskLock;              // after the reaper mutex, before a table mutex
     std::shared_ptr<ZelResourceStatus> mResourceStatus;
 
-private:
     // One allow-list entry of the dependency check: requests the required
     // task where it is missing, idle or completed; true when it is started.
     bool requireTask(const std::string& compId, const std::string& taskId, const ZelTask& task,

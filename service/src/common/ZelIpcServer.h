@@ -1,10 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
-
-#include "ZelDaemonDump.h"
+#include <string>
+#include <vector>
 
 class ZelIpcContext;
 
@@ -13,8 +14,15 @@ class ZelIpcContext;
 using ServerCallback = std::function<int(std::shared_ptr<ZelIpcContext> context, int functionId,
                                          const void* data, int length)>;
 
+// The daemon's dump as the client service prints it: given the identifiers
+// of the clients with a registered callback, the text, or one JSON document
+// when `json`.
+using ZelDumpFunction = std::function<std::string(const std::vector<int32_t>& clients, bool json)>;
+
 // The server interface the activity listener uses: publish the client
-// service, hand requests to the installed handler, send replies.
+// service, hand requests to the installed handler, send replies. It lies on
+// the listener's side, as the event dispatcher's interface lies on the task
+// manager's; the binder front end implements it.
 class ZelIpcServer {
 public:
     virtual ~ZelIpcServer();
@@ -32,9 +40,9 @@ public:
     virtual int clearServerCallback();
     // A copy, so a caller can run it while another thread replaces it.
     virtual ServerCallback getServerCallback();
-    // What the published service's dump prints besides its own registry; a
-    // server without a dump ignores it.
-    virtual void setStateSource(ZelStateSource source);
+    // What the published service's dump prints; a server without a dump
+    // ignores it.
+    virtual void setDump(ZelDumpFunction dump);
 
 private:
     std::mutex mCallbackLock;  // a leaf: guards mServerCallback
