@@ -7,16 +7,12 @@
 #include <thread>
 
 #include "ZelDaemonParts.h"
-#include "ZelDevicePath.h"
 #include "ZelLog.h"
-#include "ZelSystemProperty.h"
+#include "ZelPolicyFile.h"
 
 namespace {
 
 constexpr const char* kModuleName = "COM_OSTREL_ZELD";
-constexpr const char* kDefaultPolicyFile = "/system/etc/zel_policy.json";
-constexpr const char* kOverridePolicyFile = "/data/zeld/zel_policy.json";
-constexpr const char* kOverrideProperty = "zeld.config.policy.override";
 
 // Consumes the blocked signals until SIGTERM (or a failed wait). SIGINT and
 // -1 cannot arrive through this set; they end the wait all the same.
@@ -56,13 +52,9 @@ int main(ZelDaemonParts& parts) {
     }
 
     // No fallback: a missing or bad override file fails start-up.
-    std::string policyFile = kDefaultPolicyFile;
-    bool useOverride = false;
-    if (ZelSystemProperty::getProperty(kOverrideProperty, useOverride)) {
-        ZEL_LOGI("ZEL daemon is using override policy file");
-        policyFile = kOverridePolicyFile;
-    }
-    if (!parts.createTaskManager(zelDevicePath(policyFile))) {
+    const ZelPolicyFile policyFile = ZelPolicyFile::choose();
+    if (policyFile.override) ZEL_LOGI("ZEL daemon is using override policy file");
+    if (!parts.createTaskManager(policyFile.path)) {
         ZEL_LOGE("%s:%d Failed to create ZelTaskManager", __func__, __LINE__);
         return 1;
     }
