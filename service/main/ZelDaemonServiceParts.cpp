@@ -14,7 +14,8 @@ bool ZelDaemonServiceParts::createTaskManager(const std::string& policyFile) {
 }
 
 bool ZelDaemonServiceParts::createActivityListener(const std::string& moduleName) {
-    mActivityListener = ZelActivityListener::create(moduleName, mTaskManager);
+    mActivityListener =
+            ZelActivityListener::create(moduleName, mTaskManager, &ZelBinderIpcServer::create);
     if (mActivityListener == nullptr) return false;
     // The client service's dump shows the task manager's state.
     if (const auto& server = mActivityListener->getServer()) {

@@ -49,7 +49,7 @@ public:
     // Delivers a resource monitor memory report to the (1, 1) subscriber.
     void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value, uint64_t criticalThreshold) {
         const ResourceStatusRecord record{resourceType, status, value, criticalThreshold};
-        invokeEventCallback(1, 1, &record);
+        ZelEventDispatcherInterface::deliverMemoryReport(record);
     }
     std::vector<Publication> publications() const {
         std::lock_guard<std::mutex> guard(mLock);

@@ -45,9 +45,10 @@ TEST(ReaperTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
 
 // Child process bodies: exit status 0 when every check held.
 void startQuick(ZelTaskManager& manager) {
-    manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
+    const int32_t requested = manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
     auto quick = manager.getTask("sync", "quick");
-    if (quick == nullptr || manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
+    if (requested != 0 || quick == nullptr ||
+        manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
         _exit(11);
     }
 }

@@ -69,7 +69,7 @@ TEST(TaskManagerPurgeWaitTest, RequestsWaitForThePurgeAndTheNextNotification) {
         ZelReaperSync::Reaper reaper;
         reaper.purge([&] {
             requester = std::thread([&] {
-                manager->taskStartRequested("sync", "index", false, 5000, nullptr, nullptr, 2);
+                (void)manager->taskStartRequested("sync", "index", false, 5000, nullptr, nullptr, 2);
                 returned = true;
             });
             ASSERT_TRUE(eventually([] { return ZelReaperSync::waitingForPurgeEnd() == 1; }));

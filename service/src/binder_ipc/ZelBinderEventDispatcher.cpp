@@ -14,10 +14,9 @@ using com::ostrel::zeld::utils::ZelParcelableHelperUtils;
 
 namespace {
 
-// The resource monitor's memory report.
+// The resource monitor publishes the memory report; every subscription of
+// the dispatcher names it as the publisher.
 constexpr int32_t kMemoryReportPublisher = ZelBinderEventDispatcher::ServiceIdentifier::COM_OSTREL_TALLYD;
-constexpr int32_t kMemoryReportGroup = 1;
-constexpr int32_t kMemoryReportEvent = 1;
 
 }  // namespace
 
@@ -37,7 +36,8 @@ public:
             target = mTarget;
             ++mActive;
         }
-        target->onBinderEventCallback(publisher, groupId, eventId, payload);
+        // Its result tells the service nothing.
+        (void)target->onBinderEventCallback(publisher, groupId, eventId, payload);
         std::lock_guard<std::mutex> guard(mLock);
         if (--mActive == 0) mIdle.notify_all();
     }
@@ -163,6 +163,6 @@ bool ZelBinderEventDispatcher::onBinderEventCallback(const ServiceIdentifier& pu
     const tallyd::TallyResourceStatus& status = report.getResourceStatus();
     const ResourceStatusRecord record{status.resourceType, status.status, status.value,
                                       status.criticalThreshold};
-    invokeEventCallback(kMemoryReportGroup, kMemoryReportEvent, &record);
+    deliverMemoryReport(record);
     return true;
 }

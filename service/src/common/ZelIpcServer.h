@@ -28,16 +28,16 @@ public:
     virtual ~ZelIpcServer();
 
     // Publishes the client service and serves.
-    virtual int start() = 0;
+    [[nodiscard]] virtual int start() = 0;
     // Stops handing messages to the handler.
-    virtual int stop() = 0;
+    [[nodiscard]] virtual int stop() = 0;
     // Sends one reply record to the context's client.
-    virtual int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
+    [[nodiscard]] virtual int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
                             int length) = 0;
 
     virtual void setServerCallback(ServerCallback callback);
     // Returns 0.
-    virtual int clearServerCallback();
+    [[nodiscard]] virtual int clearServerCallback();
     // A copy, so a caller can run it while another thread replaces it.
     virtual ServerCallback getServerCallback();
     // What the published service's dump prints; a server without a dump

@@ -15,10 +15,6 @@
 
 namespace {
 
-// The resource monitor's memory report.
-constexpr uint8_t kMemoryReportGroup = 1;
-constexpr int32_t kMemoryReportEvent = 1;
-
 // Each record is copied once, so every table shows one record the same way.
 std::vector<ZelTask::Fields> rowsOf(const LockedTaskMap::Map& table,
                                     std::map<const ZelTask*, ZelTask::Fields>& copied) {
@@ -61,10 +57,8 @@ ZelTaskManager::ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> even
     ZelReaperSync::setCommand(REAPER_STATE_WAIT);
     mResourceStatus = std::make_shared<ZelResourceStatus>();
     if (mResourceStatus != nullptr && mEventDispatcher != nullptr) {
-        const bool subscribed = mEventDispatcher->subscribeEvent(
-                kMemoryReportGroup, kMemoryReportEvent, [this](const void* data) {
-                    onResourceStatusEvent(static_cast<const ResourceStatusRecord*>(data));
-                });
+        const bool subscribed = mEventDispatcher->subscribeMemoryReport(
+                [this](const ResourceStatusRecord* report) { onResourceStatusEvent(report); });
         if (!subscribed) ZEL_LOGE("Failed to subscribe memory report event");
     }
 }
