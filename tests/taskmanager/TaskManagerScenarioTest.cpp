@@ -52,6 +52,8 @@ public:
             ZelTaskManager::clearList(mManager.get());
         } else if (w[0] == "cleanup") {
             mManager->clearStoppedTasks();
+        } else if (w[0] == "stop") {
+            mManager->stop();
         } else if (w[0] == "publish") {
             mDispatcher->publishResult = arg == "works";
         } else if (w[0] == "property-write") {

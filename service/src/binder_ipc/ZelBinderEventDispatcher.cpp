@@ -1,7 +1,5 @@
 #include "ZelBinderEventDispatcher.h"
 
-#include <condition_variable>
-
 #include <com/ostrel/zeld/interfaces/ZelEventParamsParcelable.h>
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 #include <tallyd/TallyEventHelper.h>
@@ -20,50 +18,18 @@ constexpr int32_t kMemoryReportPublisher = ZelBinderEventDispatcher::ServiceIden
 
 }  // namespace
 
-// The service keeps its delivery path after the dispatcher is gone (nothing
-// clears it), so that path reaches the dispatcher through this link: detach()
-// waits for deliveries in progress and later ones find no target.
-class ZelBinderEventDispatcher::Link {
-public:
-    explicit Link(ZelBinderEventDispatcher* target) : mTarget(target) {}
-
-    void deliver(const ServiceIdentifier& publisher, int32_t groupId, int32_t eventId,
-                 const std::vector<uint8_t>& payload) {
-        ZelBinderEventDispatcher* target = nullptr;
-        {
-            std::lock_guard<std::mutex> guard(mLock);
-            if (mTarget == nullptr) return;
-            target = mTarget;
-            ++mActive;
-        }
-        // Its result tells the service nothing.
-        (void)target->onBinderEventCallback(publisher, groupId, eventId, payload);
-        std::lock_guard<std::mutex> guard(mLock);
-        if (--mActive == 0) mIdle.notify_all();
-    }
-
-    void detach() {
-        std::unique_lock<std::mutex> lock(mLock);
-        mTarget = nullptr;
-        mIdle.wait(lock, [this] { return mActive == 0; });
-    }
-
-private:
-    std::mutex mLock;  // a leaf: guards mTarget and mActive
-    std::condition_variable mIdle;
-    ZelBinderEventDispatcher* mTarget;
-    int mActive = 0;
-};
-
 ZelBinderEventDispatcher::ZelBinderEventDispatcher(
         int32_t serviceId, android::sp<ZelServerIZelEventManagerImpl> eventManager)
     : mServiceId(serviceId),
       mEventManager(std::move(eventManager)),
-      mLink(std::make_shared<Link>(this)) {
+      mLink(std::make_shared<ZelCallLink<ZelBinderEventDispatcher>>(this)) {
     mEventManager->setLocalEventCallback(
             [link = mLink](const ServiceIdentifier& publisher, int32_t groupId, int32_t eventId,
                            const std::vector<uint8_t>& payload) {
-                link->deliver(publisher, groupId, eventId, payload);
+                link->call([&](ZelBinderEventDispatcher& dispatcher) {
+                    // Its result tells the service nothing.
+                    (void)dispatcher.onBinderEventCallback(publisher, groupId, eventId, payload);
+                });
             });
     ZEL_LOGD("ZelBinderEventDispatcher Created");
 }

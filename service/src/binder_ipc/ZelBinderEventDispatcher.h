@@ -9,6 +9,7 @@
 
 #include <com/ostrel/zeld/interfaces/ServiceIdentifier.h>
 
+#include "ZelCallLink.h"
 #include "ZelEventDispatcherInterface.h"
 #include "ZelServerIZelEventManagerImpl.h"
 
@@ -46,12 +47,12 @@ public:
                                int32_t eventId, const std::vector<uint8_t>& payload);
 
 private:
-    class Link;
-
     std::map<std::pair<uint8_t, int32_t>, EventCallback> mEventCallbacks;
     std::mutex mLock;
     ServiceIdentifier mServiceId;
     android::sp<ZelServerIZelEventManagerImpl> mEventManager;
-    // What the service's delivery path reaches this dispatcher through.
-    std::shared_ptr<Link> mLink;
+    // What the service's delivery path reaches this dispatcher through: the
+    // service keeps that path after the dispatcher is gone (nothing clears
+    // it), so the destructor detaches the link.
+    std::shared_ptr<ZelCallLink<ZelBinderEventDispatcher>> mLink;
 };

@@ -53,19 +53,38 @@ ZelTaskManager::ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> even
       mPolicyEngine(std::move(policyEngine)),
       mTaskList(std::make_shared<LockedTaskMap>()),
       mRunningTaskList(std::make_shared<LockedTaskMap>()),
-      mPendingTaskList(std::make_shared<LockedTaskMap>()) {
+      mPendingTaskList(std::make_shared<LockedTaskMap>()),
+      mReportLink(std::make_shared<ZelCallLink<ZelTaskManager>>(this)) {
     ZelReaperSync::setCommand(REAPER_STATE_WAIT);
     mResourceStatus = std::make_shared<ZelResourceStatus>();
     if (mResourceStatus != nullptr && mEventDispatcher != nullptr) {
         const bool subscribed = mEventDispatcher->subscribeMemoryReport(
-                [this](const ResourceStatusRecord* report) { onResourceStatusEvent(report); });
+                [link = mReportLink](const ResourceStatusRecord* report) {
+                    link->call([report](ZelTaskManager& manager) {
+                        manager.onResourceStatusEvent(report);
+                    });
+                });
         if (!subscribed) ZEL_LOGE("Failed to subscribe memory report event");
     }
+}
+
+ZelTaskManager::~ZelTaskManager() {
+    stopMemoryReports();
 }
 
 void ZelTaskManager::stop() {
     ZelReaperSync::command(REAPER_STATE_EXIT);
     ZelReaperSync::joinThread();
+    // After the join: no purge runs, so a report under way cannot be waiting
+    // for one to end.
+    stopMemoryReports();
+}
+
+void ZelTaskManager::stopMemoryReports() {
+    if (mReportsStopped) return;
+    mReportsStopped = true;
+    if (mEventDispatcher != nullptr) (void)mEventDispatcher->unsubscribeMemoryReport();
+    mReportLink->detach();
 }
 
 std::shared_ptr<ZelTask> ZelTaskManager::getTask(const std::string& compId,

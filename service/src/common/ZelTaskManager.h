@@ -10,6 +10,7 @@
 #include "LockedTaskMap.h"
 #include "PolicyEvent.h"
 #include "PolicyTaskKey.h"
+#include "ZelCallLink.h"
 #include "ZelEventDispatcherInterface.h"
 #include "ZelPolicyEngine.h"
 #include "ZelReaperSync.h"
@@ -45,10 +46,11 @@ public:
             const std::string& policyFilePath,
             std::shared_ptr<ZelEventDispatcherInterface> eventDispatcher);
 
-    // Subscribes to the memory report; the dispatcher must not deliver to a
-    // manager that has been destroyed.
+    // Subscribes to the memory report, which reaches the manager through a
+    // link that stop() and the destructor cut.
     ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> eventDispatcher,
                    std::shared_ptr<ZelPolicyEngine> policyEngine);
+    ~ZelTaskManager();
     ZelTaskManager(const ZelTaskManager&) = delete;
     ZelTaskManager& operator=(const ZelTaskManager&) = delete;
 
@@ -81,8 +83,9 @@ public:
     static void clearList(ZelTaskManager* manager);
 
     std::shared_ptr<ZelTask> getTask(const std::string& compId, const std::string& taskId);
-    // Asks the reaper to exit and joins it; see docs/task-manager.md for when
-    // the reaper does not see the request.
+    // Asks the reaper to exit and joins it (see docs/task-manager.md for when
+    // the reaper does not see the request); once it has ended, stops taking
+    // memory reports: unsubscribes and waits for a report under way.
     void stop();
 
     // The manager's state as the dump shows it.
@@ -110,6 +113,10 @@ private:
     std::list<TaskKey> mStoppedTaskList;              // guarded by mStoppedTaskLock
     mutable std::mutex mStoppedTaskLock;              // after the reaper mutex, before a table mutex
     std::shared_ptr<ZelResourceStatus> mResourceStatus;
+    // What the memory report's function reaches this manager through; the
+    // dispatcher may hold that function after it was unsubscribed.
+    std::shared_ptr<ZelCallLink<ZelTaskManager>> mReportLink;
+    bool mReportsStopped = false;  // stop() and the destructor only, on one thread
 
     // One allow-list entry of the dependency check: requests the required
     // task where it is missing, idle or completed; true when it is started.
@@ -130,6 +137,9 @@ private:
     // Completes a running task of the running table while memory is critical,
     // unless it may not be preempted or is inside its guaranteed run time.
     void preemptIfDue(const TaskKey& key, const ZelTask& task);
+    // Unsubscribes from the memory report and cuts the link its function
+    // reaches the manager through, once; a report under way ends first.
+    void stopMemoryReports();
     // Publishes through the dispatcher; without one only an empty list succeeds.
     [[nodiscard]] bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first, int32_t second);
     // Removes every entry equal to key from mStoppedTaskList.
