@@ -112,6 +112,14 @@ ZelTaskManager::State ZelTaskManager::snapshot() const {
     return state;
 }
 
+bool ZelTaskManager::isKnownTask(const std::string& compId, const std::string& taskId,
+                                 const char* operation) {
+    if (mPolicyEngine->isValidTask(compId, taskId)) return true;
+    ZEL_TM_LOGE_FOR(operation, "Invalid task (%s, %s)", compId.c_str(), taskId.c_str());
+    zel::taskmanager::countMetric("InvalidTaskCount");
+    return false;
+}
+
 bool ZelTaskManager::publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
                                    int32_t second) {
     if (mEventDispatcher == nullptr) return events.empty();

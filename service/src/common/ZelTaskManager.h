@@ -137,6 +137,10 @@ private:
     // Completes a running task of the running table while memory is critical,
     // unless it may not be preempted or is inside its guaranteed run time.
     void preemptIfDue(const TaskKey& key, const ZelTask& task);
+    // Whether the policy knows the task; if not, logs "Invalid task" for
+    // `operation` and counts it.
+    [[nodiscard]] bool isKnownTask(const std::string& compId, const std::string& taskId,
+                                   const char* operation);
     // Unsubscribes from the memory report and cuts the link its function
     // reaches the manager through, once; a report under way ends first.
     void stopMemoryReports();

@@ -24,11 +24,7 @@ int32_t ZelTaskManager::taskStarted(const std::string& compId, const std::string
                                     int32_t requestType, bool startProcess) {
     ZelReaperSync::waitForPurgeEnd();
     ZEL_TM_LOGI("Task:(%s,%s) received taskstarted request", compId.c_str(), taskId.c_str());
-    if (!mPolicyEngine->isValidTask(compId, taskId)) {
-        ZEL_TM_LOGE("Invalid task (%s, %s)", compId.c_str(), taskId.c_str());
-        countMetric("InvalidTaskCount");
-        return kResultInvalidTask;
-    }
+    if (!isKnownTask(compId, taskId, __func__)) return kResultInvalidTask;
     const TaskKey key(compId, taskId);
     std::shared_ptr<ZelTask> task = mTaskList->find(key);
     const int32_t admitted = task != nullptr
@@ -136,11 +132,7 @@ int32_t ZelTaskManager::taskCompletedInternal(const std::string& compId,
                                               const std::string& taskId, bool fromReaper) {
     // The reaper completes tasks while it holds the purge flag itself.
     if (!fromReaper) ZelReaperSync::waitForPurgeEnd();
-    if (!mPolicyEngine->isValidTask(compId, taskId)) {
-        ZEL_TM_LOGE("Invalid task (%s, %s)", compId.c_str(), taskId.c_str());
-        countMetric("InvalidTaskCount");
-        return kResultInvalidTask;
-    }
+    if (!isKnownTask(compId, taskId, __func__)) return kResultInvalidTask;
     const TaskKey key(compId, taskId);
     std::shared_ptr<ZelTask> task = mTaskList->find(key);
     if (task == nullptr) {

@@ -15,11 +15,7 @@ int32_t ZelTaskManager::taskStartRequested(const std::string& compId, const std:
                                            std::shared_ptr<ZelIpcContext> taskContext,
                                            ZelTaskCallback callback, int32_t requestType) {
     ZelReaperSync::waitForPurgeEnd();
-    if (!mPolicyEngine->isValidTask(compId, taskId)) {
-        ZEL_TM_LOGE("Invalid task (%s, %s)", compId.c_str(), taskId.c_str());
-        countMetric("InvalidTaskCount");
-        return kResultInvalidTask;
-    }
+    if (!isKnownTask(compId, taskId, __func__)) return kResultInvalidTask;
     const TaskKey key(compId, taskId);
     std::shared_ptr<ZelTask> task = mTaskList->find(key);
     const int32_t grantedDuration =
