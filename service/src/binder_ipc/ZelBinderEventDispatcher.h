@@ -34,17 +34,19 @@ public:
 
     // Deliberate: the result is the last event's, not all of them.
     [[nodiscard]] bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
-                       int32_t second) override;
+                                     int32_t second) override;
     // Always subscribes to publisher 5 (the resource monitor), whatever the pair.
-    [[nodiscard]] bool subscribeEvent(uint8_t groupId, int32_t eventId, EventCallback callback) override;
-    [[nodiscard]] bool unsubscribeEvents(const std::vector<std::pair<uint8_t, int32_t>>& events) override;
+    [[nodiscard]] bool subscribeEvent(uint8_t groupId, int32_t eventId,
+                                      EventCallback callback) override;
+    [[nodiscard]] bool unsubscribeEvents(
+            const std::vector<std::pair<uint8_t, int32_t>>& events) override;
     void stop() override;
     void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override;
 
     // The service's delivery to participant 1. Only the memory report
     // (publisher 5, group 1, event 1) is decoded and passed on.
     [[nodiscard]] bool onBinderEventCallback(const ServiceIdentifier& publisher, int32_t groupId,
-                               int32_t eventId, const std::vector<uint8_t>& payload);
+                                             int32_t eventId, const std::vector<uint8_t>& payload);
 
 private:
     std::map<std::pair<uint8_t, int32_t>, EventCallback> mEventCallbacks;

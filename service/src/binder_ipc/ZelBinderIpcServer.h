@@ -40,7 +40,8 @@ public:
     [[nodiscard]] int stop() override;
     // 0 sent, 1 not sent (no client or callback, or the call failed), 8 not
     // serialisable. Always sends the 12-byte reply record at `data`.
-    [[nodiscard]] int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data, int length) override;
+    [[nodiscard]] int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
+                                  int length) override;
 
     // Passed on to the client service.
     void setDump(ZelDumpFunction dump) override;

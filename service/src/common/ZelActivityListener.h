@@ -28,7 +28,8 @@ public:
     using ZelTaskContext = com::ostrel::zeld::interfaces::ZelTaskContext;
     // Makes the IPC server for a module name (the daemon's parts pass
     // ZelBinderIpcServer::create); may yield none.
-    using ServerFactory = std::function<std::shared_ptr<ZelIpcServer>(const std::string& moduleName)>;
+    using ServerFactory =
+            std::function<std::shared_ptr<ZelIpcServer>(const std::string& moduleName)>;
 
     // Status codes of the listener's own (the task manager's pass through).
     static constexpr int kStatusSuccess = 0;

@@ -33,7 +33,7 @@ public:
     [[nodiscard]] virtual int stop() = 0;
     // Sends one reply record to the context's client.
     [[nodiscard]] virtual int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
-                            int length) = 0;
+                                          int length) = 0;
 
     virtual void setServerCallback(ServerCallback callback);
     // Returns 0.

@@ -51,7 +51,8 @@ constexpr bool isBaseName(const char* name) {
     return true;
 }
 
-static_assert(isBaseName("ZelTaskManager") && !isBaseName("a/b") && !isBaseName("a.cpp") && !isBaseName(""));
+static_assert(isBaseName("ZelTaskManager") && !isBaseName("a/b") && !isBaseName("a.cpp"));
+static_assert(!isBaseName(""), "a name is not empty");
 
 // Instantiated with the check's outcome, so a bad name stops the build.
 template <bool kIsBaseName>
@@ -85,7 +86,11 @@ struct BaseNameCheck {
 // written in: an operation split over several functions (or files) keeps the
 // prefix it has always had. `file` must be a string literal holding a base
 // name without extension (checked by the compiler); `function` any C string.
-#define ZEL_LOGD_AS(file, function, fmt, ...) ZEL_LOG_PRINT_AS_(ANDROID_LOG_DEBUG, file, function, fmt, ##__VA_ARGS__)
-#define ZEL_LOGI_AS(file, function, fmt, ...) ZEL_LOG_PRINT_AS_(ANDROID_LOG_INFO, file, function, fmt, ##__VA_ARGS__)
-#define ZEL_LOGW_AS(file, function, fmt, ...) ZEL_LOG_PRINT_AS_(ANDROID_LOG_WARN, file, function, fmt, ##__VA_ARGS__)
-#define ZEL_LOGE_AS(file, function, fmt, ...) ZEL_LOG_PRINT_AS_(ANDROID_LOG_ERROR, file, function, fmt, ##__VA_ARGS__)
+#define ZEL_LOGD_AS(file, function, fmt, ...) \
+    ZEL_LOG_PRINT_AS_(ANDROID_LOG_DEBUG, file, function, fmt, ##__VA_ARGS__)
+#define ZEL_LOGI_AS(file, function, fmt, ...) \
+    ZEL_LOG_PRINT_AS_(ANDROID_LOG_INFO, file, function, fmt, ##__VA_ARGS__)
+#define ZEL_LOGW_AS(file, function, fmt, ...) \
+    ZEL_LOG_PRINT_AS_(ANDROID_LOG_WARN, file, function, fmt, ##__VA_ARGS__)
+#define ZEL_LOGE_AS(file, function, fmt, ...) \
+    ZEL_LOG_PRINT_AS_(ANDROID_LOG_ERROR, file, function, fmt, ##__VA_ARGS__)

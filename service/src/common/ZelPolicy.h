@@ -44,11 +44,12 @@ private:
     // refuses the document.
     [[nodiscard]] bool loadEventGroups(const rapidjson::Value& section);
     [[nodiscard]] bool loadComponents(const rapidjson::Value& section);
-    [[nodiscard]] bool loadTasks(const rapidjson::Value& element, const std::shared_ptr<PolicyComponent>& component);
+    [[nodiscard]] bool loadTasks(const rapidjson::Value& element,
+                                 const std::shared_ptr<PolicyComponent>& component);
     [[nodiscard]] bool loadRules(const rapidjson::Value& section);
     [[nodiscard]] bool loadRule(const rapidjson::Value& rule);
     [[nodiscard]] bool loadDependencies(const std::string& name, const TaskKey& ruleKey,
-                          const rapidjson::Value& dependencies, PolicyTask& task);
-    [[nodiscard]] bool loadAction(const std::string& name, const TaskKey& ruleKey, const rapidjson::Value& action,
-                    PolicyTask& task);
+                                        const rapidjson::Value& dependencies, PolicyTask& task);
+    [[nodiscard]] bool loadAction(const std::string& name, const TaskKey& ruleKey,
+                                  const rapidjson::Value& action, PolicyTask& task);
 };

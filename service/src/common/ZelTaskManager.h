@@ -57,22 +57,23 @@ public:
     // 0 when processed (the decision is in the record's state, or in its
     // absence), 3 for a task the policy does not know.
     [[nodiscard]] int32_t taskStartRequested(const std::string& compId, const std::string& taskId,
-                               bool notify, int32_t duration,
-                               std::shared_ptr<ZelIpcContext> taskContext,
-                               ZelTaskCallback callback, int32_t requestType);
+                                             bool notify, int32_t duration,
+                                             std::shared_ptr<ZelIpcContext> taskContext,
+                                             ZelTaskCallback callback, int32_t requestType);
     // 1 when the task may start now, 0 otherwise.
     [[nodiscard]] int32_t checkTaskStartDependencies(const std::shared_ptr<ZelTask>& task,
-                                       int32_t requestType);
-    [[nodiscard]] int32_t taskStarted(const std::string& compId, const std::string& taskId, uint32_t token,
-                        int32_t duration, std::shared_ptr<ZelIpcContext> taskContext,
-                        int32_t requestType, bool startProcess);
+                                                     int32_t requestType);
+    [[nodiscard]] int32_t taskStarted(const std::string& compId, const std::string& taskId,
+                                      uint32_t token, int32_t duration,
+                                      std::shared_ptr<ZelIpcContext> taskContext,
+                                      int32_t requestType, bool startProcess);
     // The client's completion: taskCompletedInternal(compId, taskId, false),
     // then, when that succeeded, the deferred-approval walk. The reaper's
     // completions never run the walk: it holds the purge flag that a nested
     // start request would wait on for good.
     [[nodiscard]] int32_t taskCompleted(const std::string& compId, const std::string& taskId);
-    [[nodiscard]] int32_t taskCompletedInternal(const std::string& compId, const std::string& taskId,
-                                  bool fromReaper);
+    [[nodiscard]] int32_t taskCompletedInternal(const std::string& compId,
+                                                const std::string& taskId, bool fromReaper);
     void clearStoppedTasks();
 
     void onResourceStatusEvent(const ResourceStatusRecord* record);
@@ -111,7 +112,8 @@ private:
     std::shared_ptr<LockedTaskMap> mRunningTaskList;  // reported started, not completed
     std::shared_ptr<LockedTaskMap> mPendingTaskList;  // waiting for a deferred decision
     std::list<TaskKey> mStoppedTaskList;              // guarded by mStoppedTaskLock
-    mutable std::mutex mStoppedTaskLock;              // after the reaper mutex, before a table mutex
+    // After the reaper mutex, before a table mutex.
+    mutable std::mutex mStoppedTaskLock;
     std::shared_ptr<ZelResourceStatus> mResourceStatus;
     // What the memory report's function reaches this manager through; the
     // dispatcher may hold that function after it was unsubscribed.
@@ -120,18 +122,21 @@ private:
 
     // One allow-list entry of the dependency check: requests the required
     // task where it is missing, idle or completed; true when it is started.
-    [[nodiscard]] bool requireTask(const std::string& compId, const std::string& taskId, const ZelTask& task,
-                     const TaskKey& reqKey, int32_t requestType);
+    [[nodiscard]] bool requireTask(const std::string& compId, const std::string& taskId,
+                                   const ZelTask& task, const TaskKey& reqKey, int32_t requestType);
     // The dependency check's last step: 1 when the task's memory fits.
-    [[nodiscard]] int32_t checkResourceRequirement(const std::string& compId, const std::string& taskId);
+    [[nodiscard]] int32_t checkResourceRequirement(const std::string& compId,
+                                                   const std::string& taskId);
     // A started report for a task with a record: 0, or the refusal's code.
     [[nodiscard]] int32_t checkStartedReport(const std::string& compId, const std::string& taskId,
-                               const ZelTask& task, uint32_t token);
+                                             const ZelTask& task, uint32_t token);
     // A started report without a record: makes one (into `task`) for a
     // critical task; 0, or the refusal's code.
-    [[nodiscard]] int32_t admitUnrequestedStart(const std::string& compId, const std::string& taskId,
-                                  int32_t duration, std::shared_ptr<ZelIpcContext> taskContext,
-                                  int32_t requestType, std::shared_ptr<ZelTask>& task);
+    [[nodiscard]] int32_t admitUnrequestedStart(const std::string& compId,
+                                                const std::string& taskId, int32_t duration,
+                                                std::shared_ptr<ZelIpcContext> taskContext,
+                                                int32_t requestType,
+                                                std::shared_ptr<ZelTask>& task);
     // Writes the component's start property and reads it back.
     void startComponentProcess(const std::string& compId, const std::string& taskId);
     // Completes a running task of the running table while memory is critical,
@@ -145,7 +150,8 @@ private:
     // reaches the manager through, once; a report under way ends first.
     void stopMemoryReports();
     // Publishes through the dispatcher; without one only an empty list succeeds.
-    [[nodiscard]] bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first, int32_t second);
+    [[nodiscard]] bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
+                                     int32_t second);
     // Removes every entry equal to key from mStoppedTaskList.
     void removeFromStoppedTasks(const TaskKey& key);
     bool hasStoppedTasks();

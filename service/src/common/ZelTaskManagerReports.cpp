@@ -27,10 +27,10 @@ int32_t ZelTaskManager::taskStarted(const std::string& compId, const std::string
     if (!isKnownTask(compId, taskId, __func__)) return kResultInvalidTask;
     const TaskKey key(compId, taskId);
     std::shared_ptr<ZelTask> task = mTaskList->find(key);
-    const int32_t admitted = task != nullptr
-                                     ? checkStartedReport(compId, taskId, *task, token)
-                                     : admitUnrequestedStart(compId, taskId, duration,
-                                                             std::move(taskContext), requestType, task);
+    const int32_t admitted =
+            task != nullptr ? checkStartedReport(compId, taskId, *task, token)
+                            : admitUnrequestedStart(compId, taskId, duration,
+                                                    std::move(taskContext), requestType, task);
     if (admitted != kResultSuccess) return admitted;
 
     if (startProcess) startComponentProcess(compId, taskId);

@@ -22,7 +22,8 @@ void ZelTaskManager::onResourceStatusEvent(const ResourceStatusRecord* record) {
     const int64_t now = ZelTime::monotonicNanos() / 1000000000LL;
     ZEL_TM_LOGI("Received Resource type %d, status %d, value %llu, critical threshold %llu, "
                 "timestamp %lld",
-                record->resourceType, record->status, static_cast<unsigned long long>(record->value),
+                record->resourceType, record->status,
+                static_cast<unsigned long long>(record->value),
                 static_cast<unsigned long long>(record->criticalThreshold),
                 static_cast<long long>(now));
     mResourceStatus->update(ZelResourceStatus::kMemoryResource, record->status, record->value,
@@ -51,9 +52,10 @@ void ZelTaskManager::TaskStatusUpdateOnResourceStatusUpdate() {
             ZEL_TM_LOGI("Task (%s, %s) is not running need to Request for Start", key.first.c_str(),
                         key.second.c_str());
             // Its result is not looked at.
-            (void)taskStartRequested(key.first, key.second, false,
-                                     mPolicyEngine->getMinimumGuaranteedRuntime(key.first, key.second),
-                                     nullptr, nullptr, kAutoStartRequestType);
+            const int32_t duration =
+                    mPolicyEngine->getMinimumGuaranteedRuntime(key.first, key.second);
+            (void)taskStartRequested(key.first, key.second, false, duration, nullptr, nullptr,
+                                     kAutoStartRequestType);
         }
         approvePendingTasks();
     }

@@ -103,16 +103,19 @@ bool ZelTaskManager::requireTask(const std::string& compId, const std::string& t
     const std::string& reqComp = reqKey.first;
     const std::string& reqTask = reqKey.second;
     if (ZelDependencyCycleGuard::isBeingDecided(reqKey)) {
-        ZEL_TM_LOGE_FOR(kOperation, "Task:(%s,%s) dependency cycle through Task:(%s,%s), not requested",
+        ZEL_TM_LOGE_FOR(kOperation,
+                        "Task:(%s,%s) dependency cycle through Task:(%s,%s), not requested",
                         compId.c_str(), taskId.c_str(), reqComp.c_str(), reqTask.c_str());
         return false;
     }
-    const int32_t reqDuration = reqTask == kProcessStartTaskId
-                                        ? task.getDuration()
-                                        : mPolicyEngine->getMinimumGuaranteedRuntime(reqComp, reqTask);
+    const int32_t reqDuration =
+            reqTask == kProcessStartTaskId
+                    ? task.getDuration()
+                    : mPolicyEngine->getMinimumGuaranteedRuntime(reqComp, reqTask);
     int32_t requested = kResultSuccess;
     if (std::shared_ptr<ZelTask> required = mTaskList->find(reqKey)) {
-        ZEL_TM_LOGI_FOR(kOperation, "Required Task exists: (%s,%s)", reqComp.c_str(), reqTask.c_str());
+        ZEL_TM_LOGI_FOR(kOperation, "Required Task exists: (%s,%s)", reqComp.c_str(),
+                        reqTask.c_str());
         const int32_t reqState = required->getState();
         if (reqState == TASK_STATE_RUNNING) {
             ZEL_TM_LOGI_FOR(kOperation, "Required Task:(%s,%s) already started", reqComp.c_str(),
@@ -131,13 +134,15 @@ bool ZelTaskManager::requireTask(const std::string& compId, const std::string& t
                                        requestType);
     } else {
         ZEL_TM_LOGW_FOR(kOperation,
-                        "%s-Required ZelTask does not exist: %s, let's check for it with startRequest",
+                        "%s-Required ZelTask does not exist: %s, "
+                        "let's check for it with startRequest",
                         "checkTaskStartDependencies", reqComp.c_str());
         requested = taskStartRequested(reqComp, reqTask, false, reqDuration, nullptr, nullptr,
                                        kClientRequestType);
     }
     const std::shared_ptr<ZelTask> required = mTaskList->find(reqKey);
-    return requested == kResultSuccess && required != nullptr && isStartedState(required->getState());
+    return requested == kResultSuccess && required != nullptr &&
+           isStartedState(required->getState());
 }
 
 int32_t ZelTaskManager::checkResourceRequirement(const std::string& compId,
@@ -145,7 +150,8 @@ int32_t ZelTaskManager::checkResourceRequirement(const std::string& compId,
     constexpr const char* kOperation = "checkTaskStartDependencies";
     const std::string priorityType = mPolicyEngine->getPriorityType(compId, taskId);
     if (priorityType == kCriticalPriorityType) {
-        ZEL_TM_LOGD_FOR(kOperation, "Task:(%s,%s) skipping resource requirement check priorityType = %s",
+        ZEL_TM_LOGD_FOR(kOperation,
+                        "Task:(%s,%s) skipping resource requirement check priorityType = %s",
                         compId.c_str(), taskId.c_str(), priorityType.c_str());
         return 1;
     }
