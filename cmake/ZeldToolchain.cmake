@@ -3,6 +3,10 @@
 find_path(ZELD_ANDROID_INCLUDE_DIR utils/RefBase.h PATHS /usr/include/android REQUIRED)
 find_library(ZELD_LIBUTILS utils PATHS /usr/lib/x86_64-linux-gnu/android /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED NO_DEFAULT_PATH)
 find_library(ZELD_LIBBASE base PATHS /usr/lib/x86_64-linux-gnu/android /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED NO_DEFAULT_PATH)
+# liblog itself: the host log stand-in defines __android_log_buf_print, but the
+# libutils headers' asserts (ALOG_ASSERT outside NDEBUG builds) call
+# __android_log_assert, which only liblog has.
+find_library(ZELD_LIBLOG log PATHS /usr/lib/x86_64-linux-gnu/android /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED NO_DEFAULT_PATH)
 get_filename_component(ZELD_ANDROID_LIB_DIR ${ZELD_LIBUTILS} DIRECTORY)
 find_program(ZELD_AIDL aidl REQUIRED)
 
@@ -17,7 +21,7 @@ endif()
 # android-utils: Debian's libutils (RefBase, sp, String16, Errors.h) as one target.
 add_library(zeld_android_utils INTERFACE)
 target_include_directories(zeld_android_utils SYSTEM INTERFACE ${ZELD_ANDROID_INCLUDE_DIR})
-target_link_libraries(zeld_android_utils INTERFACE ${ZELD_LIBUTILS} ${ZELD_LIBBASE})
+target_link_libraries(zeld_android_utils INTERFACE ${ZELD_LIBUTILS} ${ZELD_LIBBASE} ${ZELD_LIBLOG})
 target_link_options(zeld_android_utils INTERFACE "LINKER:-rpath,${ZELD_ANDROID_LIB_DIR}")
 
 add_library(zeld_rapidjson INTERFACE)

@@ -240,11 +240,12 @@ def checkTables(dump):
             seen.add(key(r))
             # A key completed and started again within one purge period loses
             # its mTaskList record at that purge and keeps its running entry,
-            # which a later run does not replace (docs/task-manager.md): absent
-            # or an earlier run is allowed, anything else is not.
+            # which a later record does not replace (docs/task-manager.md):
+            # absent, or an earlier run (another token, started before the
+            # newer record started, if that has started at all) is allowed.
             m = main.get(key(r))
-            if m is not None and m != r and not (
-                    m["token"] != r["token"] and r["startTime"] <= m["startTime"]):
+            if m is not None and m != r and not (m["token"] != r["token"] and (
+                    m["startTime"] == 0 or r["startTime"] <= m["startTime"])):
                 raise AssertionError("%s/%s of %s not as in mTaskList: %r, %r" % (
                     key(r) + (table, r, main.get(key(r)))))
             if r["state"] not in states:
