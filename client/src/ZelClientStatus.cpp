@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
+
 #include "zel/client/ZelClient.h"
 
 namespace zel::client {
@@ -43,6 +46,12 @@ const char* toString(ZelClientError error) {
         case ZelClientError::kTransport: return "binder transport failure";
     }
     return "unknown error";
+}
+
+void zelResultValueOfFailure(ZelClientError error) {
+    std::fprintf(stderr, "libzelclient: the value of a failed ZelResult was read (error: %s)\n",
+                 toString(error));
+    std::abort();
 }
 
 }  // namespace zel::client

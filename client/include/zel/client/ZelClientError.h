@@ -19,18 +19,28 @@ enum class ZelClientError {
 // A short name for messages ("timed out", "daemon not running", ...).
 const char* toString(ZelClientError error);
 
-// A value, or the error that prevented it.
+// Ends the process with a message naming `error` on stderr: the value of a
+// failed ZelResult was read. A failed result holds no reply, so reading one
+// is the caller's mistake, stopped where it happens (as std::optional::value
+// would throw) instead of passing for a reply of status 0.
+[[noreturn]] void zelResultValueOfFailure(ZelClientError error);
+
+// A value, or the error that prevented it. Check ok() (or the result itself)
+// before value() or ->: on a failed result they end the process.
 template <typename T>
-class ZelResult {
+class [[nodiscard]] ZelResult {
 public:
     ZelResult(T value) : mValue(std::move(value)) {}  // NOLINT: implicit on purpose
     ZelResult(ZelClientError error) : mError(error) {}  // NOLINT
 
     bool ok() const { return mError == ZelClientError::kNone; }
+    explicit operator bool() const { return ok(); }
     ZelClientError error() const { return mError; }
-    // Meaningful only when ok().
-    const T& value() const { return mValue; }
-    const T* operator->() const { return &mValue; }
+    const T& value() const {
+        if (!ok()) zelResultValueOfFailure(mError);
+        return mValue;
+    }
+    const T* operator->() const { return &value(); }
 
 private:
     T mValue{};
