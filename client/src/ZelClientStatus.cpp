@@ -1,7 +1,5 @@
 #include "ZelClientStatus.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 
@@ -16,10 +14,6 @@ ZelClientError errorOf(const Status& status) {
     if (status.exceptionCode() == Status::EX_ILLEGAL_ARGUMENT) return ZelClientError::kRefused;
     if (status.transactionError() == android::DEAD_OBJECT) return ZelClientError::kDied;
     return ZelClientError::kTransport;
-}
-
-int32_t defaultClientId(int32_t requested) {
-    return requested != 0 ? requested : kClientIdPidBase + static_cast<int32_t>(getpid());
 }
 
 const char* statusText(int32_t status) {
@@ -44,6 +38,7 @@ const char* toString(ZelClientError error) {
         case ZelClientError::kDied: return "daemon died";
         case ZelClientError::kInvalidArgument: return "invalid argument";
         case ZelClientError::kTransport: return "binder transport failure";
+        case ZelClientError::kTooManyConnections: return "too many connections in this process";
     }
     return "unknown error";
 }

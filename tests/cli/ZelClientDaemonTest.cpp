@@ -1,7 +1,7 @@
 // libzelclient against the real zeld on the example device: the services'
 // dumps (taken while clients run, with a reader that stops reading, by a
-// caller of another uid, in both forms), and a connected client and event
-// participant following a daemon restart.
+// caller of another uid, in both forms), a connected client and event
+// participant following a daemon restart, and two of each in one process.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -194,4 +194,33 @@ TEST_F(ZelClientDaemonTest, ClientAndParticipantFollowADaemonRestart) {
     finish(*client, "diagnostics", "crashUpload", duringRestart.get());
     ASSERT_TRUE(events.waitFor(2)) << "no event after the restart: not subscribed again";
     EXPECT_TRUE(client->isConnected());
+}
+
+// Each connection of a process registers under an identifier of its own: a
+// shared one would send one client's replies (and one participant's
+// deliveries) to the other, and the first to go would unregister both.
+TEST_F(ZelClientDaemonTest, TwoClientsAndTwoParticipantsOfOneProcessKeepTheirOwn) {
+    const auto first = ZelClient::connect({}, nullptr);
+    auto second = ZelClient::connect({}, nullptr);
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(first->clientId(), kClientIdPidBase + getpid());
+    EXPECT_NE(second->clientId(), first->clientId());
+    cycle(*first, "navigation", "mapTileSync");
+    cycle(*second, "navigation", "mapTileSync");
+    second.reset();
+    cycle(*first, "navigation", "mapTileSync");
+
+    Inbox<int32_t> events;
+    const auto listener = ZelEventClient::connect(
+            {}, [&](int32_t, int32_t, int32_t eventId, const std::vector<uint8_t>&) { events.put(eventId); },
+            nullptr);
+    auto other = ZelEventClient::connect({}, nullptr, nullptr);
+    ASSERT_NE(listener, nullptr);
+    ASSERT_NE(other, nullptr);
+    EXPECT_NE(other->participantId(), listener->participantId());
+    other.reset();
+    ASSERT_EQ(listener->subscribe(1, 6, 1), ZelClientError::kNone);
+    cycle(*first, "diagnostics", "crashUpload");
+    EXPECT_TRUE(events.waitFor(1));
 }

@@ -8,12 +8,14 @@ namespace zel::client {
 // What went wrong with a call to the daemon, as a value a caller can act on.
 enum class ZelClientError {
     kNone = 0,
-    kNotRunning,       // the daemon's service was not found in time
-    kTimedOut,         // the daemon took the request but no reply came in time
-    kRefused,          // the daemon refused the call (EX_ILLEGAL_ARGUMENT, -3)
-    kDied,             // the daemon died before it answered
-    kInvalidArgument,  // refused here: an identifier does not fit its 64-byte field, id 0
-    kTransport,        // any other binder failure
+    kNotRunning,          // the daemon's service was not found in time
+    kTimedOut,            // the daemon took the request but no reply came in time
+    kRefused,             // the daemon refused the call (EX_ILLEGAL_ARGUMENT, -3)
+    kDied,                // the daemon died before it answered
+    kInvalidArgument,     // refused here: an identifier does not fit its 64-byte field, id 0
+    kTransport,           // any other binder failure
+    kTooManyConnections,  // refused here: the process's 256 identifiers for the
+                          // service are all held by its live connections
 };
 
 // A short name for messages ("timed out", "daemon not running", ...).
