@@ -1,7 +1,7 @@
 // libzelclient against the real zeld on the example device: the services'
 // dumps (taken while clients run, with a reader that stops reading, by a
-// caller of another uid, in both forms), and a connected client and event
-// participant following a daemon restart.
+// caller of another uid, in both forms), a connected client and event
+// participant following a daemon restart, and two of each in one process.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -194,4 +194,36 @@ TEST_F(ZelClientDaemonTest, ClientAndParticipantFollowADaemonRestart) {
     finish(*client, "diagnostics", "crashUpload", duringRestart.get());
     ASSERT_TRUE(events.waitFor(2)) << "no event after the restart: not subscribed again";
     EXPECT_TRUE(client->isConnected());
+}
+
+// Each connection of a process registers under an identifier of its own: a
+// shared one would send one client's replies (and one participant's
+// deliveries) to the other, and the first to go would unregister both.
+TEST_F(ZelClientDaemonTest, TwoClientsAndTwoParticipantsOfOneProcessKeepTheirOwn) {
+    const auto answered = [](ZelClient& client) {
+        return client.requestStart("systemUpdate", "updateCheck", false, 1000, kReply).ok();
+    };
+    const auto first = ZelClient::connect({}, nullptr);
+    auto second = ZelClient::connect({}, nullptr);
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(first->clientId(), kClientIdPidBase + getpid());
+    EXPECT_NE(second->clientId(), first->clientId());
+    EXPECT_TRUE(answered(*first));
+    EXPECT_TRUE(answered(*second));
+    second.reset();
+    EXPECT_TRUE(answered(*first));
+
+    Inbox<int32_t> events;
+    const auto listener = ZelEventClient::connect(
+            {}, [&](int32_t, int32_t, int32_t eventId, const std::vector<uint8_t>&) { events.put(eventId); },
+            nullptr);
+    auto other = ZelEventClient::connect({}, nullptr, nullptr);
+    ASSERT_NE(listener, nullptr);
+    ASSERT_NE(other, nullptr);
+    EXPECT_NE(other->participantId(), listener->participantId());
+    other.reset();
+    ASSERT_EQ(listener->subscribe(listener->participantId(), 9, 9), ZelClientError::kNone);
+    ASSERT_EQ(listener->publish(9, 9, {1}), ZelClientError::kNone);
+    EXPECT_TRUE(events.waitFor(1));
 }

@@ -124,6 +124,7 @@ int ZelctlClientCommand::fail(ZelClientError error) {
         case ZelClientError::kInvalidArgument:
             return mOutput.fail("invalid_argument", "the request cannot be encoded");
         case ZelClientError::kTransport:
+        case ZelClientError::kTooManyConnections:
         case ZelClientError::kNone:
             break;
     }
