@@ -143,9 +143,9 @@ TEST_F(ZelClientDaemonTest, AReaderThatStopsReadingStallsNoRequest) {
     });
     const auto client = ZelClient::connect({}, nullptr);
     ASSERT_NE(client, nullptr);
-    const auto begin = std::chrono::steady_clock::now();
+    // A request held up behind the stuck dump would never be answered, and
+    // the cycle's request would time out.
     for (int i = 0; i < 10; ++i) cycle(*client, "diagnostics", "crashUpload");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
     EXPECT_FALSE(returned);  // the dump was still stuck all along
     close(ends[0]);          // the reader goes away: the dump ends at once
     stuck.join();
