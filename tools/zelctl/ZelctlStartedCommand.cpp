@@ -34,11 +34,14 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         !command.readToken(command.positional(2), "TOKEN", &token)) {
         return kZelctlExitUsage;
     }
-    const auto client = command.connect(false);
-    if (client == nullptr) return kZelctlExitFailed;
-    const auto reply = client->reportStarted(command.positional(0), command.positional(1), token,
-                                             duration, command.timeout());
-    return command.printReport(reply, "started");
+    return command.run([&] {
+        auto* const client = command.connect(false);
+        if (client == nullptr) return kZelctlExitFailed;
+        const auto reply = client->reportStarted(
+                command.positional(0), command.positional(1), token, duration,
+                command.waitingFor("waiting for the reply to the started report"));
+        return command.printReport(reply, "started");
+    });
 }
 
 }  // namespace
