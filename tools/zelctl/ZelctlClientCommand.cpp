@@ -20,11 +20,18 @@ const char* const kZelctlClientOptionsHelp =
         "  --timeout MS    how long the whole command may take (default 2000): a daemon\n"
         "                  that does not answer ends it with timed_out\n"
         "  --client-id N   the client identifier to register under (default: 0x40000000\n"
-        "                  plus the process id, so two zelctl processes never share one)\n";
+        "                  plus the process id, so two zelctl processes never share one;\n"
+        "                  1 and 5 are reserved)\n";
 
 namespace {
 
 constexpr size_t kIdentifierBytes = 63;  // a 64-byte field with its NUL
+constexpr int32_t kTokenMismatch = 4;    // the reply status of a wrong token
+// Identifiers a client must not register under: replies and deliveries meant
+// for their owners would reach it.
+constexpr std::pair<int32_t, const char*> kReservedIds[] = {
+        {1, "the daemon's own identifier"},
+        {5, "the resource monitor's (zelctl memory publishes as 5 by itself)"}};
 // How often a missing binder directory is looked for again, as the client
 // library looks for a missing service.
 constexpr std::chrono::milliseconds kRootPoll{50};
@@ -68,7 +75,13 @@ bool ZelctlClientCommand::parse(const std::vector<std::string>& words,
     if (!readInt32("--timeout", 2000, &timeout)) return false;
     if (timeout <= 0) return refuse("--timeout must be above 0 ms");
     mTimeout = std::chrono::milliseconds(timeout);
-    return readInt32("--client-id", 0, &mClientId);
+    if (!readInt32("--client-id", 0, &mClientId)) return false;
+    for (const auto& [id, whose] : kReservedIds) {
+        if (mClientId == id) {
+            return refuse("--client-id " + std::to_string(id) + " is reserved: " + whose);
+        }
+    }
+    return true;
 }
 
 bool ZelctlClientCommand::readInt32(const char* option, int32_t fallback, int32_t* out) {
@@ -82,7 +95,8 @@ bool ZelctlClientCommand::readInt32(const char* option, int32_t fallback, int32_
 bool ZelctlClientCommand::readToken(const std::string& text, const char* what, int32_t* out) {
     if (zelctlParseToken(text, out)) return true;
     return refuse(std::string(what) + ": '" + text +
-                  "' is not a token (decimal, or hexadecimal with 0x)");
+                  "' is not a token (0 to 2147483647, decimal or hexadecimal as the log prints "
+                  "it, with or without 0x)");
 }
 
 bool ZelctlClientCommand::refuse(const std::string& problem) {
@@ -216,8 +230,13 @@ int ZelctlClientCommand::printReply(const std::string& verdict, const ZelReply& 
 }
 
 int ZelctlClientCommand::printReport(const zel::client::ZelResult<ZelReply>& reply,
-                                     const std::string& verdict) {
+                                     const std::string& verdict, const std::string& tokenText) {
     if (!reply.ok()) return fail(reply.error());
     const bool ok = reply->status == 0;
-    return printReply(ok ? verdict : "refused", reply.value(), ok);
+    std::string hint;
+    if (reply->status == kTokenMismatch && zelctlTokenMayBeHex(tokenText)) {
+        hint = "if " + tokenText + " comes from the daemon's log, it is hexadecimal: write 0x" +
+               tokenText;
+    }
+    return printReply(ok ? verdict : "refused", reply.value(), ok, hint);
 }

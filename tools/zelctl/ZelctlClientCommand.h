@@ -79,9 +79,11 @@ public:
     int printReply(const std::string& verdict, const zel::client::ZelReply& reply, bool success,
                    const std::string& hint = "");
     // The answer to a started or completed report: `verdict` for status 0,
-    // "refused" for any other, a failure message when there is none.
+    // "refused" for any other, a failure message when there is none. A token
+    // mismatch for `tokenText` (as given) that may have been the log's
+    // hexadecimal says so.
     int printReport(const zel::client::ZelResult<zel::client::ZelReply>& reply,
-                    const std::string& verdict);
+                    const std::string& verdict, const std::string& tokenText = "");
 
 private:
     const ZelctlCommand& mCommand;

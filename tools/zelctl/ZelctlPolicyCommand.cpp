@@ -34,24 +34,30 @@ bool readFile(const std::string& path, std::string& text) {
 
 int ZelctlPolicyCommand::run(const std::vector<std::string>& args, std::ostream& out,
                              std::ostream& err) {
-    if (args.empty()) return usageError(err, "missing subcommand");
-    const std::string& subcommand = args[0];
+    // Options may stand anywhere, also before the subcommand.
+    bool quiet = false;
+    std::vector<std::string> words;
+    for (const std::string& arg : args) {
+        const std::string name = arg.substr(0, arg.find('='));
+        if (arg == "--quiet" || arg == "-q") {
+            quiet = true;
+        } else if (name == "--json" || name == "--timeout" || name == "--client-id") {
+            return usageError(err, name + " is not an option of policy: it talks to no daemon "
+                                          "and prints text");
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            return usageError(err, "unknown option '" + arg + "'");
+        } else {
+            words.push_back(arg);
+        }
+    }
+    if (words.empty()) return usageError(err, "missing subcommand");
+    const std::string& subcommand = words[0];
     if (subcommand != "check" && subcommand != "graph") {
         return usageError(err, "unknown subcommand '" + subcommand + "'");
     }
-    bool quiet = false;
-    std::vector<std::string> files;
-    for (size_t i = 1; i < args.size(); ++i) {
-        if (subcommand == "check" && (args[i] == "--quiet" || args[i] == "-q")) {
-            quiet = true;
-        } else if (args[i].size() > 1 && args[i][0] == '-') {
-            return usageError(err, "unknown option '" + args[i] + "'");
-        } else {
-            files.push_back(args[i]);
-        }
-    }
-    if (files.size() != 1) return usageError(err, "expected exactly one FILE");
-    return subcommand == "check" ? check(files[0], quiet, out) : graph(files[0], out, err);
+    if (quiet && subcommand == "graph") return usageError(err, "unknown option '--quiet'");
+    if (words.size() != 2) return usageError(err, "expected exactly one FILE");
+    return subcommand == "check" ? check(words[1], quiet, out) : graph(words[1], out, err);
 }
 
 int ZelctlPolicyCommand::check(const std::string& path, bool quiet, std::ostream& out) {

@@ -43,7 +43,7 @@ const ZelctlCommand kCommand = {
         "                  $ZELD_ROOT/system/etc/zel_policy.json, or\n"
         "                  $ZELD_ROOT/data/zeld/zel_policy.json when the property\n"
         "                  zeld.config.policy.override is true)\n"
-        "  --count N       stop after N events\n"
+        "  --count N       stop after N events (0, the default: only a signal stops it)\n"
         "\n"
         "The event service delivers one publication safely to one receiver only: a\n"
         "second delivery ends the daemon. So one watch runs per device root (a lock\n"
