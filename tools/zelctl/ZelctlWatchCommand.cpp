@@ -121,11 +121,14 @@ std::string clockTime() {
 // a time).
 class EventPrinter {
 public:
-    EventPrinter(ZelctlOutput& output, std::map<EventKey, EventInfo> events)
-        : mOutput(output), mEvents(std::move(events)) {}
+    // Prints no more than `limit` events (0: no limit): more may arrive
+    // before the watch stops.
+    EventPrinter(ZelctlOutput& output, std::map<EventKey, EventInfo> events, uint64_t limit)
+        : mOutput(output), mEvents(std::move(events)), mLimit(limit) {}
 
     void print(int32_t publisher, int32_t groupId, int32_t eventId,
                const std::vector<uint8_t>& payload) {
+        if (mLimit != 0 && mTaken.fetch_add(1) >= mLimit) return;
         const auto it = mEvents.find(EventKey{groupId, eventId});
         const EventInfo info = it != mEvents.end() ? it->second : EventInfo{};
         int32_t first = 0;
@@ -154,14 +157,17 @@ public:
             line += "; payload of " + std::to_string(payload.size()) + " bytes";
         }
         mOutput.print(object, line);
-        ++mPrinted;
+        ++mDone;
     }
-    uint64_t printed() const { return mPrinted.load(); }
+    // Events printed (once printing has ended, not before).
+    uint64_t printed() const { return mDone.load(); }
 
 private:
     ZelctlOutput& mOutput;
     const std::map<EventKey, EventInfo> mEvents;
-    std::atomic<uint64_t> mPrinted{0};
+    const uint64_t mLimit;
+    std::atomic<uint64_t> mTaken{0};  // events taken to print, with a limit
+    std::atomic<uint64_t> mDone{0};   // events printed
 };
 
 // One watch per device root: an exclusive lock on a file under it, held while
@@ -238,7 +244,8 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
                     command.output().note("cannot take the lock " + zelDevicePath(kLockPath) +
                                           ": make sure no other watch runs");
                 }
-                printer = std::make_unique<EventPrinter>(command.output(), events);
+                printer = std::make_unique<EventPrinter>(command.output(), events,
+                                                         static_cast<uint64_t>(count));
                 const int32_t participant =
                         command.clientId() != 0 ? command.clientId() : kWatchParticipantId;
                 auto* const client = command.connectEvents(
