@@ -57,15 +57,20 @@ private:
         size_t keyAt = std::string::npos;
     };
 
-    // The next token's offset; the cursor moves past it.
+    // The next token's offset; the cursor moves past it (never past the end
+    // of the text).
     size_t token() {
         size_t at = mCursor;
         while (mText[at] != '\0' && strchr(" \t\n\r,:", mText[at]) != nullptr) ++at;
-        size_t end = at + 1;
-        if (mText[at] == '"') {
-            while (mText[end] != '\0' && mText[end] != '"') end += mText[end] == '\\' ? 2 : 1;
+        size_t end = at;
+        if (mText[end] == '"') {
+            for (++end; mText[end] != '\0' && mText[end] != '"'; ++end) {
+                if (mText[end] == '\\' && mText[end + 1] != '\0') ++end;
+            }
+            if (mText[end] == '"') ++end;
+        } else if (mText[end] != '\0' && strchr("{}[]", mText[end]) != nullptr) {
             ++end;
-        } else if (strchr("{}[]", mText[at]) == nullptr) {  // a number, true, false, null
+        } else {  // a number, true, false, null
             while (mText[end] != '\0' && strchr(" \t\n\r,:}]", mText[end]) == nullptr) ++end;
         }
         mCursor = end;
