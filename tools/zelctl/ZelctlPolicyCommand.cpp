@@ -26,15 +26,17 @@ int usageError(std::ostream& err, const std::string& problem) {
 }
 
 // The whole file, as the loader reads it; false with errno set when it
-// cannot be opened.
+// cannot be opened or read (a directory opens, but reads nothing).
 bool readFile(const std::string& path, std::string& text) {
     FILE* file = fopen(path.c_str(), "r");
     if (file == nullptr) return false;
     char buffer[64 * 1024];
     size_t count;
     while ((count = fread(buffer, 1, sizeof(buffer), file)) > 0) text.append(buffer, count);
+    const int error = ferror(file) != 0 ? errno : 0;
     fclose(file);
-    return true;
+    errno = error;
+    return error == 0;
 }
 
 // The place a finding names: its member's name or its value.
@@ -121,7 +123,7 @@ int ZelctlPolicyCommand::graph(const std::string& path, std::ostream& out, std::
 void ZelctlPolicyCommand::explainRefusal(const std::string& path, std::ostream& out) {
     std::string text;
     if (!readFile(path, text)) {
-        out << path << ": error: cannot open it: " << strerror(errno) << "\n";
+        out << path << ": error: cannot read it: " << strerror(errno) << "\n";
         return;
     }
     size_t offset = 0;
