@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <future>
@@ -153,17 +154,30 @@ TEST_F(ZelClientDaemonTest, AReaderThatStopsReadingStallsNoRequest) {
     EXPECT_NE(dump(false).find("mTaskList: "), std::string::npos);
 }
 
+// Another uid meets the daemon's private binder directory first: zelctl says
+// so once, before the binder runtime could report each socket it cannot
+// make; with the directory open to it, the daemon refuses the dump itself.
 TEST_F(ZelClientDaemonTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
     if (getuid() != 0) GTEST_SKIP() << "needs root to run a peer as another uid";
-    // The other uid must reach the runtime's sockets to be refused by the daemon.
+    const auto dumpAsNobody = [] {
+        return runZelProgram("/usr/bin/setpriv",
+                             {"--reuid=65534", "--regid=65534", "--clear-groups", ZELCTL_PATH, "--json", "dump"});
+    };
+    std::filesystem::permissions(mRoot.path(), std::filesystem::perms::all);
+    const ZelProgramRun privateRoot = dumpAsNobody();
+    EXPECT_EQ(privateRoot.status, 1);
+    EXPECT_EQ(privateRoot.out.rfind("{\"error\":\"permission_denied\",\"message\":\"this user (uid 65534) may not reach", 0),
+              0u)
+            << privateRoot.out << privateRoot.err;
+    EXPECT_EQ(std::count(privateRoot.err.begin(), privateRoot.err.end(), '\n'), 1) << privateRoot.err;
+
     for (const auto& entry : std::filesystem::recursive_directory_iterator(mRoot.path())) {
         std::filesystem::permissions(entry.path(), std::filesystem::perms::all);
     }
-    std::filesystem::permissions(mRoot.path(), std::filesystem::perms::all);
-    const ZelProgramRun run = runZelProgram(
-            "/usr/bin/setpriv", {"--reuid=65534", "--regid=65534", "--clear-groups", ZELCTL_PATH, "--json", "dump"});
+    const ZelProgramRun run = dumpAsNobody();
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out.rfind("{\"error\":\"permission_denied\"", 0), 0u) << run.out << run.err;
+    EXPECT_EQ(run.out.rfind("{\"error\":\"permission_denied\",\"message\":\"the daemon refused the dump", 0), 0u)
+            << run.out << run.err;
 }
 
 // The example policy publishes diagnostics/crashUpload's completion as
