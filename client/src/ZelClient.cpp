@@ -8,6 +8,7 @@
 #include <com/ostrel/zeld/interfaces/ZelCallbackParamsParcelable.h>
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 
+#include "ZelClientIds.h"
 #include "ZelClientStatus.h"
 #include "ZelReplyRouter.h"
 #include "ZelServiceLink.h"
@@ -49,8 +50,9 @@ private:
 
 class ZelClient::Impl {
 public:
-    Impl(int32_t clientId, bool reconnect)
-        : mClientId(clientId),
+    Impl(int32_t requestedId, bool reconnect)
+        : mIdLease(zelRequestClientIds(), requestedId),
+          mClientId(mIdLease.id()),
           mRouter(std::make_shared<ZelReplyRouter>()),
           mCallback(new ReplyCallback(mRouter)),
           mLink(new ZelServiceLink(kServiceName, reconnect)) {
@@ -117,7 +119,10 @@ public:
         return mInterface;
     }
 
-    const int32_t mClientId;
+    // Given back after the destructor has unregistered: a later connection
+    // of this process registering under it would otherwise be unregistered.
+    const ZelClientIdLease mIdLease;
+    const int32_t mClientId;  // 0: none was free, connect() refuses
     const std::shared_ptr<ZelReplyRouter> mRouter;
     const sp<ReplyCallback> mCallback;
     const sp<ZelServiceLink> mLink;
@@ -129,8 +134,10 @@ public:
 
 std::unique_ptr<ZelClient> ZelClient::connect(const ZelClientOptions& options,
                                               ZelClientError* error) {
-    auto impl = std::make_shared<Impl>(defaultClientId(options.clientId), options.reconnect);
-    const ZelClientError result = impl->mLink->connect(Clock::now() + options.connectTimeout);
+    auto impl = std::make_shared<Impl>(options.clientId, options.reconnect);
+    const ZelClientError result =
+            impl->mClientId == 0 ? ZelClientError::kTooManyConnections
+                                 : impl->mLink->connect(Clock::now() + options.connectTimeout);
     if (error != nullptr) *error = result;
     if (result != ZelClientError::kNone) return nullptr;
     return std::unique_ptr<ZelClient>(new ZelClient(std::move(impl)));

@@ -1,6 +1,7 @@
 #include "ZelClientStatus.h"
 
-#include <unistd.h>
+#include <cstdio>
+#include <cstdlib>
 
 #include "zel/client/ZelClient.h"
 
@@ -13,10 +14,6 @@ ZelClientError errorOf(const Status& status) {
     if (status.exceptionCode() == Status::EX_ILLEGAL_ARGUMENT) return ZelClientError::kRefused;
     if (status.transactionError() == android::DEAD_OBJECT) return ZelClientError::kDied;
     return ZelClientError::kTransport;
-}
-
-int32_t defaultClientId(int32_t requested) {
-    return requested != 0 ? requested : kClientIdPidBase + static_cast<int32_t>(getpid());
 }
 
 const char* statusText(int32_t status) {
@@ -41,8 +38,15 @@ const char* toString(ZelClientError error) {
         case ZelClientError::kDied: return "daemon died";
         case ZelClientError::kInvalidArgument: return "invalid argument";
         case ZelClientError::kTransport: return "binder transport failure";
+        case ZelClientError::kTooManyConnections: return "too many connections in this process";
     }
     return "unknown error";
+}
+
+void zelResultValueOfFailure(ZelClientError error) {
+    std::fprintf(stderr, "libzelclient: the value of a failed ZelResult was read (error: %s)\n",
+                 toString(error));
+    std::abort();
 }
 
 }  // namespace zel::client

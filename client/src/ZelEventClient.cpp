@@ -11,6 +11,7 @@
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 #include <tallyd/TallyEventHelper.h>
 
+#include "ZelClientIds.h"
 #include "ZelClientStatus.h"
 #include "ZelServiceLink.h"
 
@@ -48,8 +49,9 @@ class ZelEventClient::Impl {
 public:
     using Key = std::tuple<int32_t, int32_t, int32_t>;  // publisher, group, event
 
-    Impl(int32_t participantId, bool reconnect, Handler handler)
-        : mParticipantId(participantId),
+    Impl(int32_t requestedId, bool reconnect, Handler handler)
+        : mIdLease(zelEventParticipantIds(), requestedId),
+          mParticipantId(mIdLease.id()),
           mCallback(new EventCallback(std::move(handler))),
           mLink(new ZelServiceLink(kServiceName, reconnect)) {
         // A restarted daemon knows nothing of this participant: register and
@@ -93,7 +95,9 @@ public:
     }
 
     static constexpr Millis kRequestWait{2000};
-    const int32_t mParticipantId;
+    // Given back after the destructor has unregistered (see ZelClient).
+    const ZelClientIdLease mIdLease;
+    const int32_t mParticipantId;  // 0: none was free, connect() refuses
     const sp<EventCallback> mCallback;
     const sp<ZelServiceLink> mLink;
     std::mutex mLock;  // guards mSubscriptions
@@ -102,9 +106,11 @@ public:
 
 std::unique_ptr<ZelEventClient> ZelEventClient::connect(const ZelClientOptions& options,
                                                         Handler handler, ZelClientError* error) {
-    auto impl = std::make_shared<Impl>(defaultClientId(options.clientId), options.reconnect,
-                                       std::move(handler));
-    const ZelClientError result = impl->mLink->connect(Clock::now() + options.connectTimeout);
+    auto impl = std::make_shared<Impl>(options.clientId, options.reconnect, std::move(handler));
+    const ZelClientError result =
+            impl->mParticipantId == 0
+                    ? ZelClientError::kTooManyConnections
+                    : impl->mLink->connect(Clock::now() + options.connectTimeout);
     if (error != nullptr) *error = result;
     if (result != ZelClientError::kNone) return nullptr;
     return std::unique_ptr<ZelEventClient>(new ZelEventClient(std::move(impl)));

@@ -43,8 +43,9 @@ int main(int argc, char** argv) {
     const std::string taskId = argv[2];
     const int32_t workMs = argc > 3 ? std::atoi(argv[3]) : 1000;
 
-    // Client identifier 0: 0x40000000 + this process's id, unique among the
-    // running processes, so no other client takes our replies.
+    // Client identifier 0: one no other live connection holds (for the first
+    // connection of a process 0x40000000 + its id), so no other client takes
+    // our replies.
     ZelClientError error = ZelClientError::kNone;
     const auto client = ZelClient::connect(ZelClientOptions(), &error);
     if (client == nullptr) return failed("connect", error);

@@ -63,6 +63,12 @@ std::string eventuallyEmpty(const std::function<std::string()>& found) {
 
 class ZelDaemonDriver : public ZelScenarioDriver {
 public:
+    // A table that ends with the daemon stopped: the clients below unregister
+    // from it before it is killed.
+    ~ZelDaemonDriver() override {
+        if (mDaemon) mDaemon->process().freeze(false);
+    }
+
     std::string perform(const ZelScenarioCell& action) override {
         const std::vector<std::string>& w = action.words;
         const auto opts = action.options(2);
@@ -88,6 +94,8 @@ public:
             return replyText(client().waitForApproval(token(w[1]), kEventualWait));
         } else if (w[0] == "send" && w.size() >= 3) {
             return rawSend(w[1], w[2], zelHexBytes(action.after(3)));
+        } else if (w[0] == "signal" && w.size() == 2 && mDaemon && (w[1] == "STOP" || w[1] == "CONT")) {
+            mDaemon->process().freeze(w[1] == "STOP");
         } else if (w[0] == "signal" && w.size() == 2 && mDaemon) {
             mDaemon->process().kill(w[1] == "TERM" ? SIGTERM : w[1] == "CHLD" ? SIGCHLD : SIGKILL);
         } else if (w[0] == "wait" && w.size() == 2) {

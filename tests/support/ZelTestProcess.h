@@ -41,6 +41,23 @@ public:
     }
     // Waits for the exit: the exit status, or 128 + signal number.
     int wait() { return reap(0); }
+    // SIGSTOP or SIGCONT, returning once the process has stopped (every
+    // thread of it) or continued, as its parent is told, or has exited.
+    void freeze(bool stop) {
+        if (mStatus >= 0 || mStopped == stop) return;
+        ::kill(mPid, stop ? SIGSTOP : SIGCONT);
+        for (int status = 0;;) {
+            const pid_t reaped = waitpid(mPid, &status, stop ? WUNTRACED : WCONTINUED);
+            if (reaped < 0 && errno == EINTR) continue;
+            if (reaped != mPid) break;
+            if (WIFEXITED(status) || WIFSIGNALED(status)) {
+                mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+                return;
+            }
+            if (stop ? WIFSTOPPED(status) : WIFCONTINUED(status)) break;
+        }
+        mStopped = stop;
+    }
     // True while the process runs; once it has exited, wait() gives its status.
     bool running() { return reap(WNOHANG) < 0; }
 
@@ -56,6 +73,7 @@ private:
 
     pid_t mPid = -1;
     int mStatus = -1;
+    bool mStopped = false;  // by freeze()
 };
 
 // Spawn actions that append a program's stdout and stderr to one file, or

@@ -1,5 +1,6 @@
 // "zelctl policy check" and "zelctl policy graph", the real binary on every
-// case folder of tests/policy/cases, and the cycle finder on a long chain.
+// case folder of tests/policy/cases, and the cycle and chain finders on a
+// long chain.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <sstream>
 
 #include "ZelLogText.h"
+#include "ZelPolicyChains.h"
 #include "ZelPolicyCycles.h"
 #include "ZelScenario.h"
 #include "ZelTestFiles.h"
@@ -72,12 +74,16 @@ INSTANTIATE_TEST_SUITE_P(Cases, ZelctlPolicyCaseTest, ::testing::ValuesIn(listZe
 
 // Which cycles the check reports (one per group of mutually dependent tasks,
 // the shortest way round it from its smallest key, none in a diamond) is in
-// the lint-dependency-cycles case.
+// the lint-dependency-cycles case, and which deep chains in lint-deep-chain.
 TEST(ZelPolicyCyclesTest, LongChainsNeitherOverflowNorReportFalseCycles) {
     ZelPolicyCycles::Graph chain;
     const int length = 100000;
     for (int i = 0; i + 1 < length; ++i) chain[{"c", std::to_string(i)}] = {{"c", std::to_string(i + 1)}};
     EXPECT_THAT(ZelPolicyCycles::find(chain), IsEmpty());
+    const auto deep = ZelPolicyChains::deeperThan(chain, 5);
+    ASSERT_EQ(deep.size(), 1u);
+    EXPECT_EQ(deep[0].size(), static_cast<size_t>(length));
+    EXPECT_EQ(deep[0].front(), TaskKey("c", "0"));
     chain[{"c", std::to_string(length - 1)}] = {{"c", "0"}};
     const auto cycles = ZelPolicyCycles::find(chain);
     ASSERT_EQ(cycles.size(), 1u);

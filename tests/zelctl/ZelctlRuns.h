@@ -120,10 +120,20 @@ private:
         const std::string base = mRoot.at("/zelctl-" + std::to_string(++mLaunched));
         run.outPath = base + ".out";
         run.errPath = base + ".err";
+        // Leading NAME=value words set the environment, as in a shell.
         std::vector<std::string> bargs;
-        for (const std::string& arg : args) bargs.push_back(bound(arg));
+        size_t at = 0;
+        const auto assignment = [](const std::string& word) {
+            const size_t name = zelctlNameEnd(word, 0);
+            return name > 0 && name < word.size() && word[name] == '=';
+        };
+        while (at < args.size() && assignment(args[at])) bargs.push_back(bound(args[at++]));
+        const bool env = !bargs.empty();
+        if (env) bargs.push_back(mZelctl);
+        for (; at < args.size(); ++at) bargs.push_back(bound(args[at]));
         run.started = std::chrono::steady_clock::now();
-        run.process = std::make_unique<ZelPeerProcess>(mZelctl, bargs, ZelOutputTo(run.outPath, run.errPath).get());
+        run.process = std::make_unique<ZelPeerProcess>(env ? "/usr/bin/env" : mZelctl, bargs,
+                                                       ZelOutputTo(run.outPath, run.errPath).get());
         return run;
     }
 

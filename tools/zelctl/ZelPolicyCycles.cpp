@@ -82,23 +82,29 @@ std::vector<int> cycleThrough(int start, const std::vector<bool>& members, const
 
 }  // namespace
 
-std::vector<TaskKeyList> ZelPolicyCycles::find(const Graph& graph) {
-    // Nodes are numbered in key order, so "smallest" means smallest key.
+ZelPolicyCycles::Numbered ZelPolicyCycles::number(const Graph& graph) {
     std::map<TaskKey, int> numbers;
     for (const auto& [key, allowList] : graph) {
         numbers.emplace(key, 0);
         for (const TaskKey& dependency : allowList) numbers.emplace(dependency, 0);
     }
-    std::vector<TaskKey> keys;
+    Numbered numbered;
     for (auto& [key, nodeNumber] : numbers) {
-        nodeNumber = static_cast<int>(keys.size());
-        keys.push_back(key);
+        nodeNumber = static_cast<int>(numbered.keys.size());
+        numbered.keys.push_back(key);
     }
-
-    Adjacency edges(keys.size());
+    numbered.edges.resize(numbered.keys.size());
     for (const auto& [key, allowList] : graph) {
-        for (const TaskKey& dependency : allowList) edges[numbers[key]].push_back(numbers[dependency]);
+        for (const TaskKey& dependency : allowList) {
+            numbered.edges[numbers[key]].push_back(numbers[dependency]);
+        }
     }
+    return numbered;
+}
+
+std::vector<TaskKeyList> ZelPolicyCycles::find(const Graph& graph) {
+    // Nodes are numbered in key order, so "smallest" means smallest key.
+    const auto [keys, edges] = number(graph);
 
     std::vector<std::vector<int>> cyclic;
     for (auto& component : stronglyConnected(edges)) {

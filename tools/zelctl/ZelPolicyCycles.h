@@ -17,4 +17,12 @@ public:
     // repeated at the end. Groups come in key order of their smallest task,
     // and each cycle starts there.
     static std::vector<TaskKeyList> find(const Graph& graph);
+
+    // The graph's tasks (dependencies included) numbered in key order, and
+    // each one's allow list by number.
+    struct Numbered {
+        std::vector<TaskKey> keys;
+        std::vector<std::vector<int>> edges;
+    };
+    static Numbered number(const Graph& graph);
 };

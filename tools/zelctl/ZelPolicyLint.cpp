@@ -5,6 +5,7 @@
 
 #include "PolicyJsonMembers.h"
 #include "ZelRapidJson.h"
+#include "ZelPolicyChains.h"
 #include "ZelPolicyCycles.h"
 
 namespace {
@@ -41,7 +42,7 @@ std::string textOf(const Value& object, const char* name) {
 std::vector<ZelPolicyFinding> ZelPolicyLint::run(const rapidjson::Document& document,
                                                  const ZelPolicy& policy) {
     Findings findings;
-    checkCycles(policy, findings);
+    checkDependencies(policy, findings);
     checkComponents(document, findings);
     checkActionMessages(document, findings);
     checkTasks(policy, findings);
@@ -49,7 +50,7 @@ std::vector<ZelPolicyFinding> ZelPolicyLint::run(const rapidjson::Document& docu
     return findings;
 }
 
-void ZelPolicyLint::checkCycles(const ZelPolicy& policy, Findings& findings) {
+void ZelPolicyLint::checkDependencies(const ZelPolicy& policy, Findings& findings) {
     ZelPolicyCycles::Graph graph;
     policy.taskTable->forEach([&](const TaskKey& key, const PolicyTask& task) {
         if (!task.allowList.empty()) graph[key] = task.allowList;
@@ -60,6 +61,27 @@ void ZelPolicyLint::checkCycles(const ZelPolicy& policy, Findings& findings) {
                                     ": the daemon refuses the nested start request that "
                                     "closes the cycle, so none of these tasks can be started "
                                     "while none of them runs"});
+    }
+    for (const TaskKeyList& chain : ZelPolicyChains::deeperThan(graph, kDeepestChain)) {
+        const std::string levels = std::to_string(chain.size() - 1);
+        const bool shortened = chain.size() > 6;
+        const TaskKeyList shown(chain.begin(), shortened ? chain.begin() + 3 : chain.end());
+        findings.push_back(
+                {chain.front().first, chain.front().second, "",
+                 "a start request walks a dependency chain " + levels + " levels deep (" +
+                         joinKeys(shown, " -> ") +
+                         (shortened ? " -> ... -> " + joinKeys({chain.back()}, "") : "") +
+                         "): each level is a start request nested on one binder thread while "
+                         "every other client waits, and each level that meets a purge waits for "
+                         "the next memory report, so the request can take " + levels +
+                         " memory reports (more than " + std::to_string(kDeepestChain) +
+                         " levels: longer than the reaper's 5-second period at one report a "
+                         "second)" +
+                         (chain.size() - 1 >= kStackChain
+                                  ? "; from " + std::to_string(kStackChain) +
+                                            " levels on, the nested requests may also exhaust "
+                                            "the binder thread's stack and end the daemon"
+                                  : std::string())});
     }
 }
 

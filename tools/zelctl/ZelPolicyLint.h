@@ -20,11 +20,22 @@ public:
     static constexpr int32_t kLongestEnforcedRuntimeMs = 5000;
     // The run time the reaper leaves alone: no limit.
     static constexpr int32_t kUnlimitedRuntimeMs = -1;
+    // The deepest dependency chain the check lets pass. Every level is a
+    // nested start request; one that meets a purge waits for the next memory
+    // report, and the purge that report starts meets the next level, so a
+    // request can take a report per level while every other client waits.
+    // Five levels at the device monitor's one report a second fill the
+    // reaper's own 5-second period.
+    static constexpr size_t kDeepestChain = 5;
+    // From here a chain may also end the daemon: each level takes about
+    // 0.7 KiB of the binder thread's stack (a host daemon's 8 MiB ran out
+    // near 12,000 levels), and a device's binder threads have 1 MiB.
+    static constexpr size_t kStackChain = 1000;
 
 private:
     using Findings = std::vector<ZelPolicyFinding>;
 
-    static void checkCycles(const ZelPolicy& policy, Findings& findings);
+    static void checkDependencies(const ZelPolicy& policy, Findings& findings);
     static void checkComponents(const rapidjson::Document& document, Findings& findings);
     static void checkActionMessages(const rapidjson::Document& document, Findings& findings);
     static void checkTasks(const ZelPolicy& policy, Findings& findings);

@@ -1,5 +1,6 @@
 #include "ZelctlArgs.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -85,16 +86,32 @@ bool zelctlParseUint64(const std::string& text, uint64_t* out) {
     return true;
 }
 
+namespace {
+
+bool allOf(const std::string& text, int (*isClass)(int)) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), [isClass](char c) {
+        return isClass(static_cast<unsigned char>(c)) != 0;
+    });
+}
+
+}  // namespace
+
 bool zelctlParseToken(const std::string& text, int32_t* out) {
-    uint64_t bits = 0;
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        if (!zelctlParseUint64(text, &bits) || bits > std::numeric_limits<uint32_t>::max()) {
-            return false;
-        }
-        *out = static_cast<int32_t>(static_cast<uint32_t>(bits));
-        return true;
+    const bool prefixed = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const std::string digits = prefixed ? text.substr(2) : text;
+    const bool hex = prefixed || !allOf(digits, isdigit);
+    if (!allOf(digits, hex ? isxdigit : isdigit)) return false;  // no sign, no space
+    errno = 0;
+    const unsigned long long value = strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
+    if (errno != 0 || value > static_cast<uint64_t>(std::numeric_limits<int32_t>::max())) {
+        return false;
     }
-    return zelctlParseInt32(text, out);
+    *out = static_cast<int32_t>(value);
+    return true;
+}
+
+bool zelctlTokenMayBeHex(const std::string& text) {
+    return text.size() > 1 && text.size() <= 8 && allOf(text, isdigit);
 }
 
 bool zelctlParseSeconds(const std::string& text, double* out) {

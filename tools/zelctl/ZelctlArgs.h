@@ -30,12 +30,16 @@ private:
     std::vector<std::string> mPositionals;
 };
 
-// Whole numbers as zelctl reads them: decimal, or hexadecimal with "0x"
-// (tokens appear in the daemon's log in hexadecimal). False when the text is
-// not one number of the type's range.
+// Whole numbers as zelctl reads them: decimal, or hexadecimal with "0x".
+// False when the text is not one number of the type's range.
 bool zelctlParseInt32(const std::string& text, int32_t* out);
 bool zelctlParseUint64(const std::string& text, uint64_t* out);
-// A token: any int32, or 0x0 to 0xffffffff taken as its 32 bits.
+// A token, 0 (none) to 2147483647: decimal, or hexadecimal with "0x" or, as
+// the daemon's log and dump print tokens, without it when the text has a
+// letter a-f (digits alone read as decimal).
 bool zelctlParseToken(const std::string& text, int32_t* out);
+// Whether `text`, read as a decimal token, means another token when read as
+// the log's hexadecimal (digits only, up to 8 of them, more than one).
+bool zelctlTokenMayBeHex(const std::string& text);
 // Seconds with an optional fraction ("1", "0.5"), above 0.
 bool zelctlParseSeconds(const std::string& text, double* out);

@@ -1,8 +1,13 @@
 #include "ZelctlClientCommand.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <thread>
 
 #include "ZelDevicePath.h"
+#include "ZelctlDaemonRoot.h"
 
 using zel::client::ZelClient;
 using zel::client::ZelClientError;
@@ -12,14 +17,24 @@ using zel::client::ZelReply;
 
 const char* const kZelctlClientOptionsHelp =
         "  --json          print one JSON object instead of a line for a person\n"
-        "  --timeout MS    how long to look for the daemon and to wait for each reply\n"
-        "                  (default 2000)\n"
+        "  --timeout MS    how long the whole command may take (default 2000): a daemon\n"
+        "                  that does not answer ends it with timed_out\n"
         "  --client-id N   the client identifier to register under (default: 0x40000000\n"
-        "                  plus the process id, so two zelctl processes never share one)\n";
+        "                  plus the process id, so two zelctl processes never share one;\n"
+        "                  1 and 5 are reserved)\n";
 
 namespace {
 
 constexpr size_t kIdentifierBytes = 63;  // a 64-byte field with its NUL
+constexpr int32_t kTokenMismatch = 4;    // the reply status of a wrong token
+// Identifiers a client must not register under: replies and deliveries meant
+// for their owners would reach it.
+constexpr std::pair<int32_t, const char*> kReservedIds[] = {
+        {1, "the daemon's own identifier"},
+        {5, "the resource monitor's (zelctl memory publishes as 5 by itself)"}};
+// How often a missing binder directory is looked for again, as the client
+// library looks for a missing service.
+constexpr std::chrono::milliseconds kRootPoll{50};
 
 std::string hex(int32_t value) {
     char text[16];
@@ -60,7 +75,13 @@ bool ZelctlClientCommand::parse(const std::vector<std::string>& words,
     if (!readInt32("--timeout", 2000, &timeout)) return false;
     if (timeout <= 0) return refuse("--timeout must be above 0 ms");
     mTimeout = std::chrono::milliseconds(timeout);
-    return readInt32("--client-id", 0, &mClientId);
+    if (!readInt32("--client-id", 0, &mClientId)) return false;
+    for (const auto& [id, whose] : kReservedIds) {
+        if (mClientId == id) {
+            return refuse("--client-id " + std::to_string(id) + " is reserved: " + whose);
+        }
+    }
+    return true;
 }
 
 bool ZelctlClientCommand::readInt32(const char* option, int32_t fallback, int32_t* out) {
@@ -74,7 +95,8 @@ bool ZelctlClientCommand::readInt32(const char* option, int32_t fallback, int32_
 bool ZelctlClientCommand::readToken(const std::string& text, const char* what, int32_t* out) {
     if (zelctlParseToken(text, out)) return true;
     return refuse(std::string(what) + ": '" + text +
-                  "' is not a token (decimal, or hexadecimal with 0x)");
+                  "' is not a token (0 to 2147483647, decimal or hexadecimal as the log prints "
+                  "it, with or without 0x)");
 }
 
 bool ZelctlClientCommand::refuse(const std::string& problem) {
@@ -82,29 +104,86 @@ bool ZelctlClientCommand::refuse(const std::string& problem) {
     return false;
 }
 
-std::unique_ptr<ZelClient> ZelctlClientCommand::connect(bool reconnect) {
-    ZelClientOptions options;
-    options.clientId = mClientId;
-    options.connectTimeout = mTimeout;
-    options.reconnect = reconnect;
-    ZelClientError error = ZelClientError::kNone;
-    std::unique_ptr<ZelClient> client = ZelClient::connect(options, &error);
-    if (client == nullptr) fail(error);
-    return client;
+int ZelctlClientCommand::run(const std::function<int()>& work, bool stoppable) {
+    ZelctlBoundedRun run(mOutput, mTimeout, stoppable);
+    mRun = &run;
+    mDeadline = Clock::now() + mTimeout;
+    const int status = run.run(work, [this] {
+        mClient.reset();
+        mEventClient.reset();
+    });
+    mRun = nullptr;
+    return status;
 }
 
-std::unique_ptr<ZelEventClient> ZelctlClientCommand::connectEvents(ZelEventClient::Handler handler,
-                                                                   int32_t participantId,
-                                                                   bool reconnect) {
+std::chrono::milliseconds ZelctlClientCommand::waitingFor(const std::string& what) {
+    if (mRun != nullptr) mRun->await(what, mDeadline);
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(mDeadline -
+                                                                            Clock::now());
+    return std::max(left, std::chrono::milliseconds(1));
+}
+
+void ZelctlClientCommand::unbounded() {
+    if (mRun != nullptr) mRun->await("", Clock::time_point::max());
+}
+
+bool ZelctlClientCommand::waitForStop(std::chrono::milliseconds timeout) {
+    if (mRun != nullptr) return mRun->waitForStop(timeout);
+    std::this_thread::sleep_for(timeout);
+    return false;
+}
+
+bool ZelctlClientCommand::reachDaemon() {
+    const std::string root = zelDeviceRoot();
+    waitingFor("looking for it under " + root);
+    for (;;) {
+        std::string detail;
+        switch (zelctlDaemonRoot(&detail)) {
+            case ZelctlDaemonRoot::kReachable:
+                return true;
+            case ZelctlDaemonRoot::kDenied:
+                mOutput.fail("permission_denied",
+                             "this user (uid " + std::to_string(getuid()) +
+                                     ") may not reach the daemon under the device root " + root +
+                                     " (" + detail + "): run zelctl as the daemon's user");
+                return false;
+            case ZelctlDaemonRoot::kMissing:
+                break;
+        }
+        if (Clock::now() >= mDeadline) {
+            mOutput.fail("not_running",
+                         "the daemon is not running: no daemon under the device root " +
+                                 root + " (" + detail +
+                                 "; start zeld with the same ZELD_ROOT)");
+            return false;
+        }
+        std::this_thread::sleep_for(kRootPoll);
+    }
+}
+
+ZelClient* ZelctlClientCommand::connect(bool reconnect) {
+    if (!reachDaemon()) return nullptr;
     ZelClientOptions options;
-    options.clientId = participantId;
-    options.connectTimeout = mTimeout;
+    options.clientId = mClientId;
+    options.connectTimeout = waitingFor("connecting to it");
     options.reconnect = reconnect;
     ZelClientError error = ZelClientError::kNone;
-    std::unique_ptr<ZelEventClient> client =
-            ZelEventClient::connect(options, std::move(handler), &error);
-    if (client == nullptr) fail(error);
-    return client;
+    mClient = ZelClient::connect(options, &error);
+    if (mClient == nullptr) fail(error);
+    return mClient.get();
+}
+
+ZelEventClient* ZelctlClientCommand::connectEvents(ZelEventClient::Handler handler,
+                                                   int32_t participantId, bool reconnect) {
+    if (!reachDaemon()) return nullptr;
+    ZelClientOptions options;
+    options.clientId = participantId;
+    options.connectTimeout = waitingFor("connecting to its event service");
+    options.reconnect = reconnect;
+    ZelClientError error = ZelClientError::kNone;
+    mEventClient = ZelEventClient::connect(options, std::move(handler), &error);
+    if (mEventClient == nullptr) fail(error);
+    return mEventClient.get();
 }
 
 int ZelctlClientCommand::fail(ZelClientError error) {
@@ -124,6 +203,7 @@ int ZelctlClientCommand::fail(ZelClientError error) {
         case ZelClientError::kInvalidArgument:
             return mOutput.fail("invalid_argument", "the request cannot be encoded");
         case ZelClientError::kTransport:
+        case ZelClientError::kTooManyConnections:
         case ZelClientError::kNone:
             break;
     }
@@ -151,8 +231,13 @@ int ZelctlClientCommand::printReply(const std::string& verdict, const ZelReply& 
 }
 
 int ZelctlClientCommand::printReport(const zel::client::ZelResult<ZelReply>& reply,
-                                     const std::string& verdict) {
+                                     const std::string& verdict, const std::string& tokenText) {
     if (!reply.ok()) return fail(reply.error());
     const bool ok = reply->status == 0;
-    return printReply(ok ? verdict : "refused", reply.value(), ok);
+    std::string hint;
+    if (reply->status == kTokenMismatch && zelctlTokenMayBeHex(tokenText)) {
+        hint = "if " + tokenText + " comes from the daemon's log, it is hexadecimal: write 0x" +
+               tokenText;
+    }
+    return printReply(ok ? verdict : "refused", reply.value(), ok, hint);
 }

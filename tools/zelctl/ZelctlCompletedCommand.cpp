@@ -29,11 +29,14 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
          !command.readToken(command.args().value("--token"), "--token", &token))) {
         return kZelctlExitUsage;
     }
-    const auto client = command.connect(false);
-    if (client == nullptr) return kZelctlExitFailed;
-    const auto reply = client->reportCompleted(command.positional(0), command.positional(1), token,
-                                               command.timeout());
-    return command.printReport(reply, "completed");
+    return command.run([&] {
+        auto* const client = command.connect(false);
+        if (client == nullptr) return kZelctlExitFailed;
+        const auto reply = client->reportCompleted(
+                command.positional(0), command.positional(1), token,
+                command.waitingFor("waiting for the reply to the completed report"));
+        return command.printReport(reply, "completed");
+    });
 }
 
 }  // namespace

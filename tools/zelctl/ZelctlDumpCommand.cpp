@@ -80,21 +80,26 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     ZelctlClientCommand command(kCommand, out, err);
     if (!command.parse(words, {{"--events", false}}, {})) return kZelctlExitUsage;
     const bool events = command.args().has("--events");
-    const android::sp<android::IBinder> service =
-            findService(events ? kEventService : kClientService, command.timeout());
-    if (service == nullptr) return command.fail(ZelClientError::kNotRunning);
-    std::string text;
-    const android::status_t status = zelctlReadDump(service, command.output().json(), &text);
-    if (status == android::PERMISSION_DENIED) {
-        return command.output().fail("permission_denied",
-                                     "the daemon refused the dump: this uid may not dump it");
-    }
-    if (status != android::OK) {
-        return command.output().fail("transport",
-                                     "the dump failed (status " + std::to_string(status) + ")");
-    }
-    out << text << std::flush;
-    return kZelctlExitOk;
+    return command.run([&] {
+        if (!command.reachDaemon()) return kZelctlExitFailed;
+        const android::sp<android::IBinder> service =
+                findService(events ? kEventService : kClientService,
+                            command.waitingFor("looking up its service"));
+        if (service == nullptr) return command.fail(ZelClientError::kNotRunning);
+        std::string text;
+        command.waitingFor("reading its dump");
+        const android::status_t status = zelctlReadDump(service, command.output().json(), &text);
+        if (status == android::PERMISSION_DENIED) {
+            return command.output().fail("permission_denied",
+                                         "the daemon refused the dump: this uid may not dump it");
+        }
+        if (status != android::OK) {
+            return command.output().fail("transport",
+                                         "the dump failed (status " + std::to_string(status) + ")");
+        }
+        command.output().write(text);
+        return kZelctlExitOk;
+    });
 }
 
 }  // namespace

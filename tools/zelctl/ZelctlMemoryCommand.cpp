@@ -4,7 +4,6 @@
 
 #include "ZelctlClientCommand.h"
 #include "ZelctlClientCommands.h"
-#include "ZelctlSignals.h"
 
 namespace {
 
@@ -89,42 +88,51 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         return kZelctlExitUsage;
     }
 
-    std::unique_ptr<ZelctlStopSignals> signals;
-    if (repeat) signals = std::make_unique<ZelctlStopSignals>();  // before the binder threads
-    const auto client = command.connectEvents(nullptr, command.clientId(), repeat);
-    if (client == nullptr) return kZelctlExitFailed;
+    return command.run(
+            [&] {
+                auto* const client = command.connectEvents(nullptr, command.clientId(), repeat);
+                if (client == nullptr) return kZelctlExitFailed;
+                const std::string what =
+                        "type " + std::to_string(report.type) + ", status " +
+                        std::to_string(report.status) +
+                        (report.status == kCriticalStatus ? " (critical)" : " (not critical)") +
+                        ", value " + std::to_string(report.value) + ", threshold " +
+                        std::to_string(report.threshold);
+                if (repeat) {
+                    command.output().note("publishing every " + command.args().value("--every") +
+                                          " s: " + what + "; stop with Ctrl-C");
+                }
+                const auto period = std::chrono::milliseconds(std::llround(every * 1000));
+                uint64_t published = 0;
+                ZelClientError lastError = ZelClientError::kNone;
+                do {
+                    command.setDeadline(ZelctlClientCommand::Clock::now() + command.timeout());
+                    command.waitingFor("publishing the memory report");
+                    const ZelClientError error = client->publishMemoryReport(
+                            static_cast<uint8_t>(report.status), report.value, report.threshold,
+                            static_cast<uint8_t>(report.type));
+                    command.unbounded();
+                    if (!repeat && error != ZelClientError::kNone) return command.fail(error);
+                    if (error == ZelClientError::kNone) ++published;
+                    if (error != lastError && error != ZelClientError::kNone) {
+                        command.output().note(std::string("not published: ") + toString(error) +
+                                              "; trying again");
+                    }
+                    lastError = error;
+                } while (repeat && !command.waitForStop(period));
 
-    const std::string what = "type " + std::to_string(report.type) + ", status " +
-                             std::to_string(report.status) +
-                             (report.status == kCriticalStatus ? " (critical)" : " (not critical)") +
-                             ", value " + std::to_string(report.value) + ", threshold " +
-                             std::to_string(report.threshold);
-    if (repeat) command.output().note("publishing every " + command.args().value("--every") +
-                                      " s: " + what + "; stop with Ctrl-C");
-    const auto period = std::chrono::milliseconds(std::llround(every * 1000));
-    uint64_t published = 0;
-    ZelClientError lastError = ZelClientError::kNone;
-    do {
-        const ZelClientError error = client->publishMemoryReport(
-                static_cast<uint8_t>(report.status), report.value, report.threshold,
-                static_cast<uint8_t>(report.type));
-        if (!repeat && error != ZelClientError::kNone) return command.fail(error);
-        if (error == ZelClientError::kNone) ++published;
-        if (error != lastError && error != ZelClientError::kNone) {
-            command.output().note(std::string("not published: ") + toString(error) + "; trying again");
-        }
-        lastError = error;
-    } while (repeat && !signals->waitFor(period));
-
-    ZelctlJsonObject object;
-    object.addUnsigned("resourceType", report.type)
-            .addUnsigned("status", report.status)
-            .addUnsigned("value", report.value)
-            .addUnsigned("criticalThreshold", report.threshold)
-            .addUnsigned("published", published);
-    command.output().print(object, "published " + std::to_string(published) + " memory report" +
-                                           (published == 1 ? "" : "s") + ": " + what);
-    return kZelctlExitOk;
+                ZelctlJsonObject object;
+                object.addUnsigned("resourceType", report.type)
+                        .addUnsigned("status", report.status)
+                        .addUnsigned("value", report.value)
+                        .addUnsigned("criticalThreshold", report.threshold)
+                        .addUnsigned("published", published);
+                command.output().print(object, "published " + std::to_string(published) +
+                                                       " memory report" +
+                                                       (published == 1 ? "" : "s") + ": " + what);
+                return kZelctlExitOk;
+            },
+            repeat);
 }
 
 }  // namespace

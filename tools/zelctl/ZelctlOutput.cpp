@@ -52,29 +52,57 @@ std::string zelctlJsonString(const std::string& text) {
 }
 
 void ZelctlOutput::print(const ZelctlJsonObject& object, const std::string& line) {
-    mOut << (mJson ? object.text() : line) << std::endl;
+    std::lock_guard<std::mutex> guard(mLock);
+    if (!mClosed) mOut << (mJson ? object.text() : line) << std::endl;
+}
+
+void ZelctlOutput::write(const std::string& text) {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (!mClosed) mOut << text << std::flush;
 }
 
 void ZelctlOutput::note(const std::string& text) {
-    mErr << "zelctl " << mCommand << ": " << text << std::endl;
+    std::lock_guard<std::mutex> guard(mLock);
+    noteLocked(text);
 }
 
 int ZelctlOutput::fail(const std::string& code, const std::string& message) {
-    if (mJson) {
-        mOut << ZelctlJsonObject().addString("error", code).addString("message", message).text()
-             << std::endl;
-    }
-    note(message);
+    std::lock_guard<std::mutex> guard(mLock);
+    failLocked(code, message);
     return kZelctlExitFailed;
 }
 
 int ZelctlOutput::usage(const std::string& problem, const std::string& synopsis) {
+    std::lock_guard<std::mutex> guard(mLock);
+    failLocked("usage", problem);
+    if (!mClosed) {
+        mErr << "usage: zelctl " << synopsis << "\n"
+             << "       zelctl " << mCommand << " --help   (what it does, options, exit statuses)\n";
+    }
+    return kZelctlExitUsage;
+}
+
+void ZelctlOutput::close(const std::string& code, const std::string& message) {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (code.empty()) {
+        noteLocked(message);
+    } else {
+        failLocked(code, message);
+    }
+    mOut.flush();
+    mErr.flush();
+    mClosed = true;
+}
+
+void ZelctlOutput::noteLocked(const std::string& text) {
+    if (!mClosed) mErr << "zelctl " << mCommand << ": " << text << std::endl;
+}
+
+void ZelctlOutput::failLocked(const std::string& code, const std::string& message) {
+    if (mClosed) return;
     if (mJson) {
-        mOut << ZelctlJsonObject().addString("error", "usage").addString("message", problem).text()
+        mOut << ZelctlJsonObject().addString("error", code).addString("message", message).text()
              << std::endl;
     }
-    note(problem);
-    mErr << "usage: zelctl " << synopsis << "\n"
-         << "       zelctl " << mCommand << " --help   (what it does, options, exit statuses)\n";
-    return kZelctlExitUsage;
+    noteLocked(message);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <ostream>
 #include <string>
 
@@ -27,15 +28,22 @@ std::string zelctlJsonString(const std::string& text);
 // stdout and messages on stderr; with --json stdout carries one JSON object
 // per result (failures included: {"error": code, "message": text}) and
 // stderr stays for a person.
+//
+// Thread-safe: a command's worker thread, binder threads and the thread that
+// bounds the command write through it. Once closed it writes nothing more, so
+// a command cut short cannot add to the last word said about it.
 class ZelctlOutput {
 public:
     ZelctlOutput(std::string command, bool json, std::ostream& out, std::ostream& err)
         : mCommand(std::move(command)), mJson(json), mOut(out), mErr(err) {}
 
+    // Set while the command line is read, before any other thread writes.
     bool json() const { return mJson; }
     void setJson(bool json) { mJson = json; }
     // The object with --json, else the line.
     void print(const ZelctlJsonObject& object, const std::string& line);
+    // Text as it is on stdout (a dump).
+    void write(const std::string& text);
     // A person's note on stderr ("zelctl CMD: note").
     void note(const std::string& text);
     // A failure with a short code ("not_running") and a message; returns
@@ -45,9 +53,18 @@ public:
     // exit status.
     int usage(const std::string& problem, const std::string& synopsis);
 
+    // The last words: a failure (or, with an empty code, a note), then both
+    // streams flushed and closed to every writer.
+    void close(const std::string& code, const std::string& message);
+
 private:
+    void noteLocked(const std::string& text);
+    void failLocked(const std::string& code, const std::string& message);
+
     const std::string mCommand;
     bool mJson;
     std::ostream& mOut;
     std::ostream& mErr;
+    std::mutex mLock;  // a leaf: one write at a time; guards mClosed
+    bool mClosed = false;
 };

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "ZelPolicyFinding.h"
+
 // "zelctl policy ...": the daemon's policy loader run on a file, for
 // integrators. "check" prints the loader's lines and the checker's warnings
 // and exits 0 when the daemon would accept the file, 1 when it would not;
@@ -31,4 +33,9 @@ public:
 private:
     static int check(const std::string& path, bool quiet, std::ostream& out);
     static int graph(const std::string& path, std::ostream& out, std::ostream& err);
+    // "FILE:LINE:COLUMN: error: PATH: reason" for a file the loader refused:
+    // where it stopped and why, which the loader's own lines do not say.
+    static void explainRefusal(const std::string& path, std::ostream& out);
+    // Gives each finding with a JSON path its line and column in `text`.
+    static void locate(const std::string& text, std::vector<ZelPolicyFinding>& findings);
 };

@@ -2,6 +2,7 @@
 
 #include <cutils/properties.h>
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -25,7 +26,7 @@ const ZelctlCommand kCommand = {
         "\n"
         "  --json   one JSON object mapping each name to its value\n"
         "\n"
-        "Exit status: 0, or 2 for a wrong command line.\n",
+        "Exit status: 0, 1 when the device root does not exist, 2 wrong command line.\n",
         false, run};
 
 std::vector<std::string> propertyNames() {
@@ -43,6 +44,11 @@ std::vector<std::string> propertyNames() {
 int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
     ZelctlClientCommand command(kCommand, out, err);
     if (!command.parse(words, {}, {})) return kZelctlExitUsage;
+    struct stat root {};
+    if (stat(zelDeviceRoot().c_str(), &root) != 0 || !S_ISDIR(root.st_mode)) {
+        return command.output().fail("no_root", "the device root " + zelDeviceRoot() +
+                                                        " does not exist (check ZELD_ROOT)");
+    }
     ZelctlJsonObject object;
     std::string lines;
     for (const std::string& name : propertyNames()) {

@@ -35,20 +35,23 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         return kZelctlExitUsage;
     }
     const bool notify = command.args().has("--notify");
-    const auto client = command.connect(false);
-    if (client == nullptr) return kZelctlExitFailed;
-    const auto reply = client->requestStart(command.positional(0), command.positional(1), notify,
-                                            duration, command.timeout());
-    if (!reply.ok()) return command.fail(reply.error());
+    return command.run([&] {
+        auto* const client = command.connect(false);
+        if (client == nullptr) return kZelctlExitFailed;
+        const auto reply = client->requestStart(
+                command.positional(0), command.positional(1), notify, duration,
+                command.waitingFor("waiting for the reply to the start request"));
+        if (!reply.ok()) return command.fail(reply.error());
 
-    const std::string names = command.positional(0) + " " + command.positional(1);
-    if (reply->status != 0) return command.printReply("failed", reply.value(), false);
-    if (reply->canStart) return command.printReply("granted", reply.value(), true);
-    if (notify && reply->token != 0) {
-        return command.printReply("pending", reply.value(), false,
-                                  "approved later: zelctl wait " + names);
-    }
-    return command.printReply("refused", reply.value(), false, "ask again later");
+        const std::string names = command.positional(0) + " " + command.positional(1);
+        if (reply->status != 0) return command.printReply("failed", reply.value(), false);
+        if (reply->canStart) return command.printReply("granted", reply.value(), true);
+        if (notify && reply->token != 0) {
+            return command.printReply("pending", reply.value(), false,
+                                      "approved later: zelctl wait " + names);
+        }
+        return command.printReply("refused", reply.value(), false, "ask again later");
+    });
 }
 
 }  // namespace

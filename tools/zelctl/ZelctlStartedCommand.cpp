@@ -15,7 +15,8 @@ const ZelctlCommand kCommand = {
         "started", "started COMP TASK TOKEN [--duration MS]",
         "report that a task has started",
         "Reports that task TASK of component COMP has started, quoting the TOKEN of its\n"
-        "start grant (decimal, or hexadecimal with 0x as the daemon's log prints it).\n"
+        "start grant: decimal as the replies print it, or hexadecimal as the daemon's log\n"
+        "and dump print it (with or without 0x; one of digits only needs the 0x).\n"
         "A ZEL_TASK_CRITICAL task may report without a start request: the daemon then\n"
         "makes a record with a token of its own, and the reply echoes TOKEN.\n"
         "\n"
@@ -34,11 +35,14 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         !command.readToken(command.positional(2), "TOKEN", &token)) {
         return kZelctlExitUsage;
     }
-    const auto client = command.connect(false);
-    if (client == nullptr) return kZelctlExitFailed;
-    const auto reply = client->reportStarted(command.positional(0), command.positional(1), token,
-                                             duration, command.timeout());
-    return command.printReport(reply, "started");
+    return command.run([&] {
+        auto* const client = command.connect(false);
+        if (client == nullptr) return kZelctlExitFailed;
+        const auto reply = client->reportStarted(
+                command.positional(0), command.positional(1), token, duration,
+                command.waitingFor("waiting for the reply to the started report"));
+        return command.printReport(reply, "started", command.positional(2));
+    });
 }
 
 }  // namespace

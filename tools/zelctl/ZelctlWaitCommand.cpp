@@ -9,7 +9,7 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = ZelctlClientCommand::Clock;
 
 // The approval goes to the client that made the pending request, which may
 // have been another process; asking again this often finds it all the same.
@@ -50,36 +50,44 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
                        "' is not a number of seconds above 0");
         return kZelctlExitUsage;
     }
-    const auto client = command.connect(false);
-    if (client == nullptr) return kZelctlExitFailed;
+    return command.run([&] {
+        auto* const client = command.connect(false);
+        if (client == nullptr) return kZelctlExitFailed;
 
-    const std::string& compId = command.positional(0);
-    const std::string& taskId = command.positional(1);
-    const Clock::time_point deadline =
-            Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
-    for (bool noted = false;;) {
-        const auto reply = client->requestStart(compId, taskId, true, duration, command.timeout());
-        // A request that met a purge is answered at the next memory report.
-        const bool late = !reply.ok() && reply.error() == zel::client::ZelClientError::kTimedOut;
-        if (late && Clock::now() < deadline) continue;
-        if (!reply.ok()) return command.fail(reply.error());
-        if (reply->status != 0) return command.printReply("failed", reply.value(), false);
-        if (reply->canStart) return command.printReply("approved", reply.value(), true);
-        if (!noted) {
-            noted = true;
-            command.output().note("waiting for the approval of " + compId + "/" + taskId +
-                                  " (token " + std::to_string(reply->token) + ")");
+        const std::string& compId = command.positional(0);
+        const std::string& taskId = command.positional(1);
+        const Clock::time_point deadline =
+                Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
+        for (bool noted = false;;) {
+            command.setDeadline(Clock::now() + command.timeout());
+            const auto reply = client->requestStart(
+                    compId, taskId, true, duration,
+                    command.waitingFor("waiting for the reply to the start request"));
+            // A request that met a purge is answered at the next memory report.
+            const bool late =
+                    !reply.ok() && reply.error() == zel::client::ZelClientError::kTimedOut;
+            if (late && Clock::now() < deadline) continue;
+            if (!reply.ok()) return command.fail(reply.error());
+            if (reply->status != 0) return command.printReply("failed", reply.value(), false);
+            if (reply->canStart) return command.printReply("approved", reply.value(), true);
+            if (!noted) {
+                noted = true;
+                command.output().note("waiting for the approval of " + compId + "/" + taskId +
+                                      " (token " + std::to_string(reply->token) + ")");
+            }
+            const auto left =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0) break;
+            // Delivered here when this request made the pending record.
+            command.setDeadline(Clock::now() + std::min(left, kAskAgain));
+            const auto approval = client->waitForApproval(
+                    reply->token, command.waitingFor("waiting for the approval of the start"));
+            if (approval.ok()) return command.printReply("approved", approval.value(), true);
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                                  Clock::now());
-        if (left.count() <= 0) break;
-        // Delivered here when this request made the pending record.
-        const auto approval = client->waitForApproval(reply->token, std::min(left, kAskAgain));
-        if (approval.ok()) return command.printReply("approved", approval.value(), true);
-    }
-    const std::string within = command.args().value("--for", "60");
-    return command.output().fail("no_approval",
-                                 "no approval for " + compId + "/" + taskId + " within " + within + " s");
+        const std::string within = command.args().value("--for", "60");
+        return command.output().fail("no_approval", "no approval for " + compId + "/" + taskId +
+                                                            " within " + within + " s");
+    });
 }
 
 }  // namespace

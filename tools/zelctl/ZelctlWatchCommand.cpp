@@ -5,18 +5,18 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <map>
-#include <mutex>
 
 #include "ZelDevicePath.h"
 #include "ZelPolicyFile.h"
 #include "ZelctlClientCommand.h"
 #include "ZelctlClientCommands.h"
 #include "ZelctlPolicyLoad.h"
-#include "ZelctlSignals.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ const ZelctlCommand kCommand = {
         "                  $ZELD_ROOT/system/etc/zel_policy.json, or\n"
         "                  $ZELD_ROOT/data/zeld/zel_policy.json when the property\n"
         "                  zeld.config.policy.override is true)\n"
-        "  --count N       stop after N events\n"
+        "  --count N       stop after N events (0, the default: only a signal stops it)\n"
         "\n"
         "The event service delivers one publication safely to one receiver only: a\n"
         "second delivery ends the daemon. So one watch runs per device root (a lock\n"
@@ -115,14 +115,18 @@ std::string clockTime() {
     return text;
 }
 
-// Prints the events; called on binder threads.
+// Prints the events; called on binder threads (the output writes one line at
+// a time).
 class EventPrinter {
 public:
-    EventPrinter(ZelctlOutput& output, std::map<EventKey, EventInfo> events)
-        : mOutput(output), mEvents(std::move(events)) {}
+    // Prints no more than `limit` events (0: no limit): more may arrive
+    // before the watch stops.
+    EventPrinter(ZelctlOutput& output, std::map<EventKey, EventInfo> events, uint64_t limit)
+        : mOutput(output), mEvents(std::move(events)), mLimit(limit) {}
 
     void print(int32_t publisher, int32_t groupId, int32_t eventId,
                const std::vector<uint8_t>& payload) {
+        if (mLimit != 0 && mTaken.fetch_add(1) >= mLimit) return;
         const auto it = mEvents.find(EventKey{groupId, eventId});
         const EventInfo info = it != mEvents.end() ? it->second : EventInfo{};
         int32_t first = 0;
@@ -150,17 +154,18 @@ public:
         } else {
             line += "; payload of " + std::to_string(payload.size()) + " bytes";
         }
-        std::lock_guard<std::mutex> guard(mLock);
         mOutput.print(object, line);
-        ++mPrinted;
+        ++mDone;
     }
-    uint64_t printed() const { return mPrinted.load(); }
+    // Events printed (once printing has ended, not before).
+    uint64_t printed() const { return mDone.load(); }
 
 private:
     ZelctlOutput& mOutput;
     const std::map<EventKey, EventInfo> mEvents;
-    std::mutex mLock;  // one line at a time
-    std::atomic<uint64_t> mPrinted{0};
+    const uint64_t mLimit;
+    std::atomic<uint64_t> mTaken{0};  // events taken to print, with a limit
+    std::atomic<uint64_t> mDone{0};   // events printed
 };
 
 // One watch per device root: an exclusive lock on a file under it, held while
@@ -198,61 +203,93 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
         return kZelctlExitUsage;
     }
 
-    const std::string path = policyPath(command.args());
-    const ZelctlPolicyLoad load = ZelctlPolicyLoad::fromFile(path);
-    if (!load.accepted) {
-        return command.output().fail("policy_refused", path + ": refused by the daemon's loader "
-                                                              "(see: zelctl policy check " + path + ")");
-    }
-    const std::map<EventKey, EventInfo> events = publishedEvents(*load.policy);
-    if (events.empty()) return command.output().fail("no_events", path + ": no task publishes an event");
-
-    // Before registering: a registration replaces another of the same participant.
+    // Both outlive the connection, which the bounded run lets go after the
+    // work: the printer receives events until then, and the lock keeps
+    // another watch from registering the same participant before this one
+    // has unregistered.
     WatchLock lock;
-    const WatchLock::Result locked = lock.take();
-    if (locked == WatchLock::kTakenByAnother) {
-        return command.output().fail("watch_running",
-                                     "another zelctl watch runs on this device root; two "
-                                     "receivers of one event end the daemon");
-    }
-    if (locked == WatchLock::kUnavailable) {
-        command.output().note("cannot take the lock " + zelDevicePath(kLockPath) +
-                              ": make sure no other watch runs");
-    }
-    ZelctlStopSignals signals;  // before the binder threads start
-    EventPrinter printer(command.output(), events);
-    const int32_t participant = command.clientId() != 0 ? command.clientId() : kWatchParticipantId;
-    // Destroyed before the lock: it unsubscribes before another watch may start.
-    const auto client = command.connectEvents(
-            [&printer](int32_t publisher, int32_t groupId, int32_t eventId,
-                       const std::vector<uint8_t>& payload) {
-                printer.print(publisher, groupId, eventId, payload);
-            },
-            participant, true);
-    if (client == nullptr) return kZelctlExitFailed;
+    std::unique_ptr<EventPrinter> printer;
+    return command.run(
+            [&] {
+                const std::string path = policyPath(command.args());
+                if (FILE* file = fopen(path.c_str(), "r")) {
+                    fclose(file);
+                } else {
+                    return command.output().fail(
+                            "no_policy", path + ": cannot read the policy: " + strerror(errno));
+                }
+                const ZelctlPolicyLoad load = ZelctlPolicyLoad::fromFile(path);
+                if (!load.accepted) {
+                    return command.output().fail(
+                            "policy_refused", path + ": refused by the daemon's loader "
+                                                     "(see: zelctl policy check " + path + ")");
+                }
+                const std::map<EventKey, EventInfo> events = publishedEvents(*load.policy);
+                if (events.empty()) {
+                    return command.output().fail("no_events",
+                                                 path + ": no task publishes an event");
+                }
+                // The lock file lies under the root: not made under a root without a daemon.
+                if (!command.reachDaemon()) return kZelctlExitFailed;
+                // Before registering: a registration replaces another of the same participant.
+                const WatchLock::Result locked = lock.take();
+                if (locked == WatchLock::kTakenByAnother) {
+                    return command.output().fail("watch_running",
+                                                 "another zelctl watch runs on this device root; "
+                                                 "two receivers of one event end the daemon");
+                }
+                if (locked == WatchLock::kUnavailable) {
+                    command.output().note("cannot take the lock " + zelDevicePath(kLockPath) +
+                                          ": make sure no other watch runs");
+                }
+                printer = std::make_unique<EventPrinter>(command.output(), events,
+                                                         static_cast<uint64_t>(count));
+                const int32_t participant =
+                        command.clientId() != 0 ? command.clientId() : kWatchParticipantId;
+                auto* const client = command.connectEvents(
+                        [&printer](int32_t publisher, int32_t groupId, int32_t eventId,
+                                   const std::vector<uint8_t>& payload) {
+                            printer->print(publisher, groupId, eventId, payload);
+                        },
+                        participant, true);
+                if (client == nullptr) return kZelctlExitFailed;
 
-    for (const auto& [key, info] : events) {
-        // Drops what a killed watcher of the same identifier left behind.
-        (void)client->unsubscribe(kDaemonPublisher, key.groupId, key.eventId);
-        const ZelClientError error = client->subscribe(kDaemonPublisher, key.groupId, key.eventId);
-        if (error != ZelClientError::kNone) return command.fail(error);
-    }
-    command.output().note("watching " + std::to_string(events.size()) + " task events of " + path +
-                          " as participant " + std::to_string(participant) +
-                          "; stop with Ctrl-C");
-    bool connected = true;
-    uint64_t reconnections = 0;
-    while (!signals.waitFor(std::chrono::milliseconds(100))) {
-        if (client->reconnections() != reconnections) {
-            reconnections = client->reconnections();
-            command.output().note("the daemon restarted: subscribed again");
-        } else if (connected && !client->isConnected()) {
-            command.output().note("the daemon is gone: waiting for it");
-        }
-        connected = client->isConnected();
-        if (count > 0 && printer.printed() >= static_cast<uint64_t>(count)) break;
-    }
-    return kZelctlExitOk;
+                command.waitingFor("subscribing to its events");
+                for (const auto& [key, info] : events) {
+                    // Drops what a killed watcher of the same identifier left behind.
+                    (void)client->unsubscribe(kDaemonPublisher, key.groupId, key.eventId);
+                    const ZelClientError error =
+                            client->subscribe(kDaemonPublisher, key.groupId, key.eventId);
+                    if (error != ZelClientError::kNone) return command.fail(error);
+                }
+                command.unbounded();
+                command.output().note("watching " + std::to_string(events.size()) +
+                                      " task events of " + path + " as participant " +
+                                      std::to_string(participant) + "; stop with Ctrl-C");
+                bool connected = true;
+                uint64_t reconnections = 0;
+                while (!command.waitForStop(std::chrono::milliseconds(100))) {
+                    if (client->reconnections() != reconnections) {
+                        reconnections = client->reconnections();
+                        command.output().note("the daemon restarted: subscribed again");
+                    } else if (connected && !client->isConnected()) {
+                        command.output().note("the daemon is gone: waiting for it");
+                    }
+                    connected = client->isConnected();
+                    if (count > 0 && printer->printed() >= static_cast<uint64_t>(count)) break;
+                }
+                // Part of the result: a subscription left behind would be a
+                // second receiver once another participant subscribes.
+                if (client->isConnected()) {
+                    command.setDeadline(ZelctlClientCommand::Clock::now() + command.timeout());
+                    command.waitingFor("unsubscribing from its events");
+                    for (const auto& [key, info] : events) {
+                        (void)client->unsubscribe(kDaemonPublisher, key.groupId, key.eventId);
+                    }
+                }
+                return kZelctlExitOk;
+            },
+            true);
 }
 
 }  // namespace

@@ -15,8 +15,15 @@ namespace zel::client {
 using Millis = std::chrono::milliseconds;
 
 struct ZelClientOptions {
-    // The ServiceIdentifier value this client registers under. 0 picks
-    // kClientIdPidBase + the process id, unique among running processes.
+    // The ServiceIdentifier value this client registers under. 0 picks one
+    // no other live connection holds: kClientIdPidBase + the process id for
+    // the first connection of a process (process ids are unique among running
+    // processes), then the same plus a sequence number above the largest
+    // process id, (n << 22), n from 1 to 255, for each further live
+    // connection; an identifier is reused once its connection is gone.
+    // connect() refuses a 257th live connection with kTooManyConnections.
+    // A non-zero value is used as given: keeping it unique is the caller's
+    // affair, within the process too.
     int32_t clientId = 0;
     // How long connect() (and a request made while the daemon restarts)
     // looks for the service.
@@ -36,7 +43,8 @@ inline constexpr int32_t kClientIdPidBase = 0x40000000;
 // token of a start it was told to wait for (an earlier start request with
 // notify that answered canStart false) is that start's deferred approval;
 // any other reply answers the request in flight. Two clients must not share
-// a client identifier: the last to register takes the other's replies.
+// a client identifier: the last to register takes the other's replies (with
+// clientId 0 every connection has its own, see ZelClientOptions).
 //
 // Thread-safe. Replies arrive on the process's binder thread pool, which
 // connect() starts.

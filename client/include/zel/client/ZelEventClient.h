@@ -23,8 +23,10 @@ public:
     using Handler = std::function<void(int32_t publisher, int32_t groupId, int32_t eventId,
                                        const std::vector<uint8_t>& payload)>;
 
-    // Registers as participant `options.clientId` (0: kClientIdPidBase + pid)
-    // with `handler` receiving deliveries on a binder thread. After a daemon
+    // Registers as participant `options.clientId` (0: an identifier of its
+    // own, picked as for ZelClient; participants and request clients draw
+    // from separate sets) with `handler` receiving deliveries on a binder
+    // thread. After a daemon
     // restart it registers again and repeats its subscriptions.
     static std::unique_ptr<ZelEventClient> connect(const ZelClientOptions& options,
                                                    Handler handler, ZelClientError* error);
