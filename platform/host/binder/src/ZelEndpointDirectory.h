@@ -10,7 +10,7 @@ namespace zel::binder {
 
 // Creates `dir` (mode 0700) and any missing parent (0755), and the registry
 // directory "services" in it (0700).
-bool zelMakeEndpointDirectory(const std::string& dir);
+[[nodiscard]] bool zelMakeEndpointDirectory(const std::string& dir);
 
 // Removes the sockets of endpoints whose process has exited.
 void zelSweepStaleEndpoints(const std::string& dir);

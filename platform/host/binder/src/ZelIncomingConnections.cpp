@@ -80,7 +80,8 @@ size_t ZelIncomingConnections::size() const {
 void ZelIncomingConnections::adopt(android::base::unique_fd fd) {
     auto conn = std::make_shared<Connection>();
     conn->fd = std::move(fd);
-    zelPeerCredentials(conn->fd.get(), &conn->pid, &conn->uid);
+    // A connection whose credentials cannot be read counts as pid 0's.
+    (void)zelPeerCredentials(conn->fd.get(), &conn->pid, &conn->uid);
     conn->inputDeadline = Clock::now() + mDeadlines.hello;
     conn->id = mIds++;
     {
