@@ -44,9 +44,9 @@ namespace zel::binder {
 // What a peer may cost is bounded (ZelRuntimeLimits.h).
 //
 // Locks, in the order they may nest: a peer's lock, then the proxy table's;
-// a connection's lock, then its send queue's, then the timer's; a peer
-// connection's arm lock, then its send queue's, then the timer's. Every
-// other lock is a leaf. No lock is held while a binder object may be
+// the listener's, then those of the incoming connections; a connection's
+// lock, then its send queue's, then the timer's; a peer connection's arm
+// lock, then its send queue's, then the timer's. Every other lock is a leaf. No lock is held while a binder object may be
 // destroyed, while a transaction runs, or across a socket call that can
 // wait: sockets are only read or written without blocking, except by a
 // synchronous caller waiting for its own request to go out and for its

@@ -84,9 +84,28 @@ void ZelIncomingConnections::adopt(android::base::unique_fd fd) {
     (void)zelPeerCredentials(conn->fd.get(), &conn->pid, &conn->uid);
     conn->inputDeadline = Clock::now() + mDeadlines.hello;
     conn->id = mIds++;
+    bool refused = false;
+    bool firstRefusal = false;
     {
         std::lock_guard<std::mutex> guard(mLock);
-        mConnections[conn->id] = conn;
+        size_t& open = mOpenBy[conn->pid];
+        refused = open >= kZelMaxConnectionsPerProcess;
+        if (refused) {
+            firstRefusal = mRefused.insert(conn->pid).second;
+        } else {
+            open += 1;
+            mConnections[conn->id] = conn;
+        }
+    }
+    // The newest is refused rather than an older one closed: the end of an
+    // older one can tell its process that this one is gone, and its one-way
+    // calls keep their order only on the one they began on.
+    if (refused) {
+        if (firstRefusal) {
+            ZEL_BINDER_LOGW("pid %d has %zu connections open, as many as one process may: refusing more",
+                            static_cast<int>(conn->pid), kZelMaxConnectionsPerProcess);
+        }
+        return;
     }
     mTimer.set({conn->id, Kind::INPUT}, conn->inputDeadline);
     if (!mPool.add(conn->fd.get(), EPOLLIN | EPOLLRDHUP | EPOLLONESHOT, ZelSource::INCOMING, conn->id)) {
@@ -129,6 +148,11 @@ void ZelIncomingConnections::close(const std::shared_ptr<Connection>& conn, cons
     {
         std::lock_guard<std::mutex> guard(mLock);
         if (mConnections.erase(conn->id) == 0) return;
+        auto open = mOpenBy.find(conn->pid);
+        if (--open->second == 0) {
+            mOpenBy.erase(open);
+            mRefused.erase(conn->pid);
+        }
     }
     std::string endpoint;
     {

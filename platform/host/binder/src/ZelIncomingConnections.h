@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,9 @@ namespace zel::binder {
 // stops the reading), a synchronous call run by that thread, which then
 // sends the reply without blocking (a reply the caller does not take waits
 // on its connection, and the connection is closed when it takes none of it
-// for the send deadline).
+// for the send deadline). One process may have at most
+// kZelMaxConnectionsPerProcess connections open, counted by its pid; one
+// beyond them is closed at once, logged once while that process has any.
 //
 // Locks: the table's (mLock) is a leaf; a connection's lock comes before its
 // send queue's and the timer's.
@@ -40,7 +43,8 @@ public:
                            ZelParcelFrames& frames, ZelExitWatch& exits, const ZelRuntimeDeadlines& deadlines,
                            std::atomic<uint64_t>& ids);
 
-    // A connection just accepted.
+    // A connection just accepted; closed at once when its process has as
+    // many as it may.
     void adopt(android::base::unique_fd fd);
     // Pool threads: the connection `id` is readable, writable or hung up.
     void onEvent(uint64_t id, uint32_t events);
@@ -87,8 +91,10 @@ private:
     const ZelRuntimeDeadlines& mDeadlines;
     std::atomic<uint64_t>& mIds;
 
-    mutable std::mutex mLock;  // leaf lock; guards the map below
+    mutable std::mutex mLock;  // leaf lock; guards the maps below
     std::map<uint64_t, std::shared_ptr<Connection>> mConnections;
+    std::map<pid_t, size_t> mOpenBy;  // connections in mConnections, by process
+    std::set<pid_t> mRefused;          // processes refused (and logged) while they have some
 };
 
 }  // namespace zel::binder
