@@ -114,8 +114,10 @@ TEST_F(ZelBinderIpcTest, ManyCallersAreServedAtOnceOnewayCallsKeepTheirOrderAndT
             }
         });
     }
-    // Two calls that hold server threads: the pool grows past them.
-    for (int t = 0; t < 2; ++t) callers.emplace_back([&] { EXPECT_TRUE(mService->sleepMs(300).isOk()); });
+    // Calls that hold server threads, more at once than one process may have
+    // connections to it: the pool grows, and the calls beyond what this
+    // process opens to one peer wait for a connection instead of being refused.
+    for (int t = 0; t < 40; ++t) callers.emplace_back([&] { EXPECT_TRUE(mService->sleepMs(100).isOk()); });
     // The loop's last call back is held: one that overtook it would be recorded first.
     struct HeldCallback : ZelRecordingCallback {
         android::binder::Status onValue(int32_t value) override {

@@ -47,6 +47,7 @@ status_t ZelPeer::primaryLocked(std::shared_ptr<Connection>* out) {
     if (mPrimary == nullptr) {
         status_t status = openLocked(&mPrimary);
         if (status != OK) return status;
+        mOpen += 1;
         mHost.watchPeer(shared_from_this(), mPrimary->fd.get());
     }
     *out = mPrimary;
@@ -59,28 +60,42 @@ status_t ZelPeer::primary(std::shared_ptr<Connection>* out) {
 }
 
 status_t ZelPeer::checkout(std::shared_ptr<Connection>* out) {
-    std::lock_guard<std::mutex> guard(mLock);
-    status_t status = primaryLocked(out);
-    if (status != OK) return status;
-    if (!mPrimaryBusy) {
-        mPrimaryBusy = true;
-        return OK;
+    std::unique_lock<std::mutex> lock(mLock);
+    for (;;) {
+        status_t status = primaryLocked(out);
+        if (status != OK) return status;
+        if (!mPrimaryBusy) {
+            mPrimaryBusy = true;
+            return OK;
+        }
+        if (!mSpare.empty()) {
+            *out = std::move(mSpare.back());
+            mSpare.pop_back();
+            return OK;
+        }
+        if (mOpen < kZelMaxConnectionsToPeer) {
+            status = openLocked(out);
+            if (status == OK) mOpen += 1;
+            return status;
+        }
+        // As many as this process opens to one peer are in use: the peer
+        // would refuse more. One comes back when its call is answered.
+        mReturned.wait(lock);
     }
-    if (!mSpare.empty()) {
-        *out = std::move(mSpare.back());
-        mSpare.pop_back();
-        return OK;
-    }
-    return openLocked(out);
 }
 
 void ZelPeer::checkin(const std::shared_ptr<Connection>& conn) {
-    std::lock_guard<std::mutex> guard(mLock);
-    if (conn == mPrimary) {
-        mPrimaryBusy = false;
-    } else if (!mDead && mSpare.size() < kMaxSpareConnections) {
-        mSpare.push_back(conn);
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        if (conn == mPrimary) {
+            mPrimaryBusy = false;
+        } else if (!mDead && mSpare.size() < kMaxSpareConnections) {
+            mSpare.push_back(conn);
+        } else {
+            mOpen -= 1;  // closed with its last user
+        }
     }
+    mReturned.notify_one();
 }
 
 status_t ZelPeer::send(Connection& conn, ZelFrame&& frame, bool mayLeave) {
@@ -216,6 +231,7 @@ bool ZelPeer::markDead() {
     for (const auto& conn : mSpare) shutdown(conn->fd.get(), SHUT_RDWR);
     mPrimary.reset();
     mSpare.clear();
+    mReturned.notify_all();  // callers waiting for a connection: the peer is gone
     return true;
 }
 

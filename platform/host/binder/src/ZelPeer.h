@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -25,7 +26,10 @@ namespace zel::binder {
 // update in order, so one-way calls from this process arrive in the order
 // they were made; a synchronous call takes the primary connection when it is
 // free and otherwise a spare one, and reads its own reply there: exactly one
-// synchronous call is in flight on a connection. The primary connection is
+// synchronous call is in flight on a connection. At most
+// kZelMaxConnectionsToPeer are open at once (the peer refuses a process
+// more than kZelMaxConnectionsPerProcess); a synchronous call beyond them
+// waits until one is free. The primary connection is
 // watched for hang-up, which is how the runtime learns that the process died.
 //
 // Nothing here waits on the peer while holding a lock. Connecting never
@@ -78,7 +82,8 @@ private:
     [[nodiscard]] status_t primary(std::shared_ptr<Connection>* out);
     // The primary connection if one is open; opens none.
     std::shared_ptr<Connection> currentPrimary();
-    // A connection for one synchronous call: the primary when free.
+    // A connection for one synchronous call: the primary when free, else a
+    // spare, else a new one; waits while as many as may be are in use.
     [[nodiscard]] status_t checkout(std::shared_ptr<Connection>* out);
     void checkin(const std::shared_ptr<Connection>& conn);
     // Sends `frame` on `conn`. With `mayLeave` (the primary, in a process
@@ -105,6 +110,8 @@ private:
     std::shared_ptr<Connection> mPrimary;
     bool mPrimaryBusy = false;  // a synchronous call is reading from the primary
     std::vector<std::shared_ptr<Connection>> mSpare;
+    size_t mOpen = 0;  // the primary, the spares and those checked out
+    std::condition_variable mReturned;  // a connection was checked in, or the peer died
 };
 
 }  // namespace zel::binder
