@@ -281,6 +281,28 @@ TEST_F(ZelBinderIpcTest, ShortLivedClientsLeaveNothingBehind) {
     EXPECT_LE(std::count_if(begin(dir), end(dir), [](const auto& entry) { return entry.is_socket(); }), 3);
 }
 
+TEST_F(ZelBinderIpcTest, ACallThatEndsTheServiceIsNamedInItsLogAndTheServiceEndsAsBefore) {
+    const std::string name = mName + ".ending";
+    const std::string errors = binderTestRoot().at("/" + name + ".err");
+    ZelPeerProcess server(ZELD_BINDER_TEST_PEER, {"serve", name}, ZelOutputTo(errors + ".out", errors).get());
+    const auto service = waitForTestService(name);
+    ASSERT_NE(service, nullptr);
+    EXPECT_EQ(service->unlockTwice().transactionError(), android::DEAD_OBJECT);
+    EXPECT_EQ(server.wait(), 128 + SIGABRT);
+
+    const std::string log = readZelTestFile(errors);
+    const size_t named = log.find(" F zeld_binder_test_peer: ZelTerminateLog::onTerminate:");
+    const std::string code = std::to_string(IBinder::FIRST_CALL_TRANSACTION + 12);  // unlockTwice
+    EXPECT_NE(log.find(" - uncaught std::system_error (Operation not permitted) ends the process; this thread was "
+                       "serving transaction " + code + " of " + android::String8(IZelTestService::descriptor).string(),
+                       named),
+              std::string::npos)
+            << log;
+    // Then the standard library's own last words, as before.
+    EXPECT_NE(log.find("terminate called after throwing an instance of 'std::system_error'", named), std::string::npos)
+            << log;
+}
+
 TEST(ZelThreadPoolDeathTest, StopProcessMakesJoinedThreadsReturn) {
     // In a child: stopping the pool is for good in a process.
     EXPECT_EXIT({

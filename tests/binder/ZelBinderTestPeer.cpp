@@ -89,6 +89,13 @@ public:
     Status dupFd(const android::base::unique_fd& fd, android::base::unique_fd* out) override {
         return give(out, android::base::unique_fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0)));
     }
+    Status unlockTwice() override {
+        std::mutex mutex;
+        std::unique_lock<std::mutex> lock(mutex);
+        lock.unlock();
+        lock.unlock();
+        return Status::ok();
+    }
     android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
         const android::IPCThreadState* ipc = android::IPCThreadState::self();
         std::string text = std::to_string(ipc->getCallingPid()) + " " + std::to_string(ipc->getCallingUid());

@@ -12,6 +12,7 @@
 #include "ZelDevicePath.h"
 #include "ZelEndpointDirectory.h"
 #include "ZelProcess.h"
+#include "ZelTerminateLog.h"
 
 namespace zel::binder {
 
@@ -39,7 +40,10 @@ ZelBinderRuntime::ZelBinderRuntime()
       mFrames(mEndpoint, mExports, mProxies),
       mExits(mPool, mIds, [this](const std::string& endpoint) { onEndpointGone(endpoint); }),
       mIncoming(mPool, mTimer, mExports, mFrames, mExits, mDeadlines, mIds),
-      mListener(mPool, mTimer, mIncoming) {}
+      mListener(mPool, mTimer, mIncoming) {
+    // A process that serves binder says which call ended it, if one does.
+    zelInstallTerminateLog();
+}
 
 status_t ZelBinderRuntime::ensureOnline() {
     std::lock_guard<std::mutex> guard(mLock);

@@ -12,6 +12,7 @@
 #include "ZelProcess.h"
 #include "ZelSendQueue.h"
 #include "ZelSocket.h"
+#include "ZelTerminateLog.h"
 
 namespace zel::binder {
 
@@ -304,8 +305,13 @@ void ZelIncomingConnections::execute(const std::shared_ptr<Connection>& conn, co
         const Call done = std::move(call);  // arguments and target go before the reply is sent
         android::IPCThreadState* thread = android::IPCThreadState::self();
         const auto saved = thread->swapCallingIdentity({conn->pid, conn->uid});
-        status = done.target != nullptr ? done.target->transact(done.code, *done.data, &reply, done.flags)
-                                        : DEAD_OBJECT;
+        status = DEAD_OBJECT;
+        if (done.target != nullptr) {
+            // Named in the log if the call ends the process.
+            zelBeginServing(done.target->getInterfaceDescriptor(), done.code);
+            status = done.target->transact(done.code, *done.data, &reply, done.flags);
+            zelEndServing();
+        }
         thread->swapCallingIdentity(saved);
         if ((done.flags & kZelFlagOneway) != 0) return;
     }
