@@ -14,12 +14,7 @@
 
 namespace android {
 
-using zel::binder::kBinderMarker;
-using zel::binder::kFdMarker;
-using zel::binder::kMaxParcelSize;
-using zel::binder::kNullBinderMarker;
-using zel::binder::kStrictModeHeader;
-using zel::binder::padSize;
+using namespace zel::binder::parcel;
 
 Parcel::Parcel() = default;
 Parcel::~Parcel() { releaseFds(); }

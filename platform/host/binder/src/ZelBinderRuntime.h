@@ -41,9 +41,11 @@ namespace zel::binder {
 //   ZelExitWatch            processes that may still hold objects of this one
 //   ZelThreadPool           the pool threads and their epoll set
 //   ZelDeadlines            the one timer for every deadline
+//   ZelTerminateLog         the line that names what ends the process
 // What a peer may cost is bounded (ZelRuntimeLimits.h).
 //
-// Locks, in the order they may nest: a peer's lock, then the proxy table's;
+// Locks, in the order they may nest: the runtime's (going online) before
+// those of the parts it sets up; a peer's lock, then the proxy table's;
 // the listener's, then those of the incoming connections; a connection's
 // lock, then its send queue's, then the timer's; a peer connection's arm
 // lock, then its send queue's, then the timer's. Every other lock is a leaf. No lock is held while a binder object may be
@@ -109,7 +111,7 @@ private:
     // they share the timer's keys.
     std::atomic<uint64_t> mIds{1};
 
-    mutable std::mutex mLock;  // leaf lock; guards going online
+    mutable std::mutex mLock;  // guards going online, held while the parts are set up
     bool mOnline = false;
     ZelSocketDir mDir;  // set once, going online
 

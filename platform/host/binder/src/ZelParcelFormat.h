@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace zel::binder {
+namespace zel::binder::parcel {
 
 // What the parcel's bytes hold where a binder was written: a marker, then
 // the index of the object in the parcel's object table.
@@ -21,4 +21,4 @@ inline constexpr size_t kMaxParcelSize = INT32_MAX;
 
 inline constexpr size_t padSize(size_t len) { return (len + 3) & ~static_cast<size_t>(3); }
 
-}  // namespace zel::binder
+}  // namespace zel::binder::parcel
