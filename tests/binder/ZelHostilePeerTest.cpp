@@ -82,11 +82,11 @@ TEST_F(ZelHostilePeerTest, OneProcessGetsItsShareOfConnectionsAndAtTheDescriptor
     ZelPeerProcess limited(ZELD_BINDER_TEST_PEER, {"serve", limitedName, "48"});  // room for 48 descriptors more
     const auto service = waitForTestService(limitedName);
     ASSERT_NE(service, nullptr);
-    const auto logged = [&] {
+    const auto stat = [&](StatIndex index) {
         std::vector<int64_t> stats;
-        return service->stats(&stats).isOk() ? stats[kLogLines] : -1;
+        return service->stats(&stats).isOk() ? stats[index] : -1;
     };
-    const int64_t before = logged();
+    const int64_t before = stat(kLogLines);
     // Answered within the bound of `eventually`, which a working service
     // meets by orders of magnitude.
     const auto answered = [&] {
@@ -99,15 +99,16 @@ TEST_F(ZelHostilePeerTest, OneProcessGetsItsShareOfConnectionsAndAtTheDescriptor
     std::vector<ZelRawConnection> held;
     for (int i = 0; i < 4; ++i) ASSERT_TRUE(holdUntilRefused(limitedName, &held));
     EXPECT_EQ(held.size(), kPerProcess - 1);
-    EXPECT_EQ(logged(), before + 1);
+    EXPECT_EQ(stat(kLogLines), before + 1);
     EXPECT_TRUE(answered());  // another process is served
 
     // A third takes what descriptors are left: at the limit it is refused at
     // once, and the connections it has are served.
     EXPECT_EQ(ZelPeerProcess(ZELD_BINDER_TEST_PEER, {"hold", limitedName}).wait(), 0);
     held.clear();
+    ASSERT_TRUE(eventually([&] { return stat(kIncoming) == 1; }));  // it has seen them go
     EXPECT_TRUE(answered());  // new clients get in again once descriptors are free
-    EXPECT_EQ(logged(), before + 3);  // and the limit was logged when it came and when it went
+    EXPECT_EQ(stat(kLogLines), before + 3);  // and the limit was logged when it came and when it went
 }
 
 TEST_F(ZelHostilePeerTest, CallersThatDoNotReadTheirRepliesHoldNoThread) {
