@@ -1,6 +1,6 @@
 // libzelclient against the real zeld on the example device: the services'
-// dumps (taken while clients run, with a reader that stops reading, by a
-// caller of another uid, in both forms), and a connected client and event
+// dumps (taken while clients run, with a reader that stops reading, by
+// callers of other uids, in both forms), and a connected client and event
 // participant following a daemon restart.
 
 #include <fcntl.h>
@@ -16,6 +16,7 @@
 #include "PolicyRapidJson.h"
 #include "ZelDaemonDump.h"
 #include "ZelDaemonProcess.h"
+#include "ZelDumpAccess.h"
 #include "ZelMemoryReporter.h"
 #include "ZelScenario.h"
 #include "ZelctlDumpReader.h"
@@ -153,17 +154,33 @@ TEST_F(ZelClientDaemonTest, AReaderThatStopsReadingStallsNoRequest) {
     EXPECT_NE(dump(false).find("mTaskList: "), std::string::npos);
 }
 
-TEST_F(ZelClientDaemonTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
+// The device's rule, on a root with no "permission" service: system and
+// shell dump at once, any other uid is refused and gets nothing. (Root and
+// the daemon's own uid dump in the tests above.)
+TEST_F(ZelClientDaemonTest, SystemAndShellMayDumpAnotherUidIsRefused) {
     if (getuid() != 0) GTEST_SKIP() << "needs root to run a peer as another uid";
-    // The other uid must reach the runtime's sockets to be refused by the daemon.
+    ASSERT_EQ(android::defaultServiceManager()->checkService(android::String16("permission")), nullptr);
+    // The other uids must reach the runtime's sockets to be answered by the daemon.
     for (const auto& entry : std::filesystem::recursive_directory_iterator(mRoot.path())) {
         std::filesystem::permissions(entry.path(), std::filesystem::perms::all);
     }
     std::filesystem::permissions(mRoot.path(), std::filesystem::perms::all);
-    const ZelProgramRun run = runZelProgram(
-            "/usr/bin/setpriv", {"--reuid=65534", "--regid=65534", "--clear-groups", ZELCTL_PATH, "--json", "dump"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out.rfind("{\"error\":\"permission_denied\"", 0), 0u) << run.out << run.err;
+    for (const auto& [uid, allowed] : {std::pair{"1000", true}, {"2000", true}, {"65534", false}}) {
+        SCOPED_TRACE(uid);
+        const ZelProgramRun run = runZelProgram(
+                "/usr/bin/setpriv", {std::string("--reuid=") + uid, std::string("--regid=") + uid,
+                                     "--clear-groups", ZELCTL_PATH, "--json", "dump"});
+        EXPECT_EQ(run.status, allowed ? 0 : 1) << run.out << run.err;
+        EXPECT_EQ(run.out.rfind(allowed ? "{\"now\":" : "{\"error\":\"permission_denied\"", 0), 0u) << run.out;
+    }
+}
+
+// A daemon run under another uid (a developer's own on the host) lets that
+// uid dump; a fourth uid it does not.
+TEST(ZelDumpAccessTest, TheDaemonsOwnUidMayDumpNoOtherBesideRootSystemShell) {
+    EXPECT_TRUE(zelUidMayDump(1234, 1234));
+    EXPECT_FALSE(zelUidMayDump(1234, 4321));
+    EXPECT_FALSE(zelUidMayDump(1001, 4321));
 }
 
 // The example policy publishes diagnostics/crashUpload's completion as
