@@ -7,20 +7,18 @@
 
 #include <log/log.h>
 
-extern "C" int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...) {
-    using namespace zel::hostlog;
-    const bool toLog = prio >= stderrMinPriority();
-    if (!toLog && !haveCaptures()) return 0;
+namespace {
 
-    std::string message;
+int writeToLiblog(int bufferId, int priority, const char* tag, const std::string& text) {
+    return __android_log_buf_write(bufferId, priority, tag, text.c_str());
+}
+
+}  // namespace
+
+extern "C" int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
-    const bool formatted = formatLogText(message, fmt, args);
+    const int result = zel::hostlog::logLine(bufID, prio, tag, fmt, args, &writeToLiblog);
     va_end(args);
-    if (!formatted) return -1;
-
-    if (tag == nullptr) tag = "";
-    if (haveCaptures()) deliverToCaptures({bufID, prio, tag, message});
-    if (toLog) return __android_log_buf_write(bufID, prio, tag, message.c_str());
-    return static_cast<int>(message.size());
+    return result;
 }

@@ -41,18 +41,6 @@ std::vector<ZelLogCapture*>& captures() {
 }
 std::atomic<int> gCaptureCount{0};
 
-}  // namespace
-
-void setStderrMinPriority(int priority) { minPriority().store(priority); }
-int stderrMinPriority() { return minPriority().load(std::memory_order_relaxed); }
-
-bool haveCaptures() { return gCaptureCount.load(std::memory_order_acquire) > 0; }
-
-void deliverToCaptures(const LogLine& line) {
-    std::lock_guard<std::mutex> guard(captureLock());
-    for (ZelLogCapture* capture : captures()) capture->append(line);
-}
-
 bool formatLogText(std::string& out, const char* fmt, va_list args) {
     char stackBuffer[1024];
     va_list copy;
@@ -71,6 +59,28 @@ bool formatLogText(std::string& out, const char* fmt, va_list args) {
     }
     va_end(copy);
     return true;
+}
+
+}  // namespace
+
+void setStderrMinPriority(int priority) { minPriority().store(priority); }
+int stderrMinPriority() { return minPriority().load(std::memory_order_relaxed); }
+
+int logLine(int bufferId, int priority, const char* tag, const char* fmt, va_list args,
+            LogWriter writeOut) {
+    const bool toOutput = priority >= stderrMinPriority();
+    // The common case (no capture, line below the level) returns without formatting.
+    if (!toOutput && gCaptureCount.load(std::memory_order_acquire) == 0) return 0;
+
+    std::string text;
+    if (!formatLogText(text, fmt, args)) return -1;
+    if (tag == nullptr) tag = "";
+    if (gCaptureCount.load(std::memory_order_acquire) > 0) {
+        const LogLine line{bufferId, priority, tag, text};
+        std::lock_guard<std::mutex> guard(captureLock());
+        for (ZelLogCapture* capture : captures()) capture->append(line);
+    }
+    return toOutput ? writeOut(bufferId, priority, tag, text) : static_cast<int>(text.size());
 }
 
 ZelLogCapture::ZelLogCapture() {

@@ -26,7 +26,7 @@ char priorityLetter(int priority) {
     }
 }
 
-void writeToStderr(int priority, const char* tag, const std::string& message) {
+int writeToStderr(int, int priority, const char* tag, const std::string& message) {
     timeval now{};
     gettimeofday(&now, nullptr);
     tm local{};
@@ -53,24 +53,15 @@ void writeToStderr(int priority, const char* tag, const std::string& message) {
         data += written;
         left -= static_cast<size_t>(written);
     }
+    return static_cast<int>(message.size());
 }
 
 }  // namespace
 
 extern "C" int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...) {
-    using namespace zel::hostlog;
-    const bool toStderr = prio >= stderrMinPriority();
-    if (!toStderr && !haveCaptures()) return 0;
-
-    std::string message;
     va_list args;
     va_start(args, fmt);
-    const bool formatted = formatLogText(message, fmt, args);
+    const int result = zel::hostlog::logLine(bufID, prio, tag, fmt, args, &writeToStderr);
     va_end(args);
-    if (!formatted) return -1;
-
-    if (tag == nullptr) tag = "";
-    if (haveCaptures()) deliverToCaptures({bufID, prio, tag, message});
-    if (toStderr) writeToStderr(prio, tag, message);
-    return static_cast<int>(message.size());
+    return result;
 }

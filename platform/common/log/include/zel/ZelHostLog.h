@@ -56,12 +56,13 @@ private:
     std::vector<LogLine> mLines;
 };
 
-// For the log writers: whether any capture lives (a writer may then skip
-// formatting a line it would not write out), and the line to every capture.
-bool haveCaptures();
-void deliverToCaptures(const LogLine& line);
-// printf-style formatting of a line's text of any length; false when the
-// format cannot be applied.
-bool formatLogText(std::string& out, const char* fmt, va_list args);
+// For the log writers (each target's __android_log_buf_print): formats the
+// line when it is to be written out (at or above the level) or captured,
+// hands it to every capture and, when it is to be written out, to `writeOut`.
+// Returns writeOut's result, the text's length when the line is only
+// captured, 0 when neither, -1 when the format cannot be applied.
+using LogWriter = int (*)(int bufferId, int priority, const char* tag, const std::string& text);
+int logLine(int bufferId, int priority, const char* tag, const char* fmt, va_list args,
+            LogWriter writeOut);
 
 }  // namespace zel::hostlog
