@@ -114,8 +114,10 @@ TEST_F(ZelBinderIpcTest, ManyCallersAreServedAtOnceOnewayCallsKeepTheirOrderAndT
             }
         });
     }
-    // Two calls that hold server threads: the pool grows past them.
-    for (int t = 0; t < 2; ++t) callers.emplace_back([&] { EXPECT_TRUE(mService->sleepMs(300).isOk()); });
+    // Calls that hold server threads, more at once than one process may have
+    // connections to it: the pool grows, and the calls beyond what this
+    // process opens to one peer wait for a connection instead of being refused.
+    for (int t = 0; t < 40; ++t) callers.emplace_back([&] { EXPECT_TRUE(mService->sleepMs(100).isOk()); });
     // The loop's last call back is held: one that overtook it would be recorded first.
     struct HeldCallback : ZelRecordingCallback {
         android::binder::Status onValue(int32_t value) override {
@@ -236,19 +238,14 @@ TEST_F(ZelBinderIpcTest, AMalformedOrTruncatedFrameClosesOnlyItsOwnConnection) {
     };
     for (const Case& c : cases) {
         ZelRawConnection raw(path, c.sends);  // the sends may find it closed already
-        timeval tv{10, 0};
-        setsockopt(raw.fd(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
         if (c.endOfStream) shutdown(raw.fd(), SHUT_WR);
-        uint8_t header[kZelFrameHeaderSize];
-        const ssize_t n = recv(raw.fd(), header, sizeof(header), MSG_WAITALL);
-        if (&c == &cases.back()) {  // answered
-            ZelFrameHeader decoded;
-            ASSERT_EQ(n, static_cast<ssize_t>(sizeof(header)));
-            ASSERT_EQ(decodeZelFrameHeader(header, &decoded), android::OK);
-            EXPECT_EQ(decoded.type, ZelFrameType::REPLY);
-            EXPECT_EQ(decoded.code, static_cast<uint32_t>(android::OK));
-        } else {  // closed: end of stream, or a reset when our bytes were left unread
-            EXPECT_TRUE(n == 0 || (n < 0 && errno == ECONNRESET)) << c.what;
+        ZelFrameHeader reply;
+        if (&c == &cases.back()) {
+            ASSERT_EQ(answerOf(raw, &reply), ZelAnswer::ANSWERED);
+            EXPECT_EQ(reply.type, ZelFrameType::REPLY);
+            EXPECT_EQ(reply.code, static_cast<uint32_t>(android::OK));
+        } else {
+            EXPECT_EQ(answerOf(raw), ZelAnswer::CLOSED) << c.what;
         }
     }
     // The server kept serving through all of it.
@@ -282,6 +279,28 @@ TEST_F(ZelBinderIpcTest, ShortLivedClientsLeaveNothingBehind) {
     // Dead clients' endpoints are gone from the directory.
     const std::filesystem::directory_iterator dir(binderTestRoot().at("/dev/binder"));
     EXPECT_LE(std::count_if(begin(dir), end(dir), [](const auto& entry) { return entry.is_socket(); }), 3);
+}
+
+TEST_F(ZelBinderIpcTest, ACallThatEndsTheServiceIsNamedInItsLogAndTheServiceEndsAsBefore) {
+    const std::string name = mName + ".ending";
+    const std::string errors = binderTestRoot().at("/" + name + ".err");
+    ZelPeerProcess server(ZELD_BINDER_TEST_PEER, {"serve", name}, ZelOutputTo(errors + ".out", errors).get());
+    const auto service = waitForTestService(name);
+    ASSERT_NE(service, nullptr);
+    EXPECT_EQ(service->unlockTwice().transactionError(), android::DEAD_OBJECT);
+    EXPECT_EQ(server.wait(), 128 + SIGABRT);
+
+    const std::string log = readZelTestFile(errors);
+    const size_t named = log.find(" F zeld_binder_test_peer: ZelTerminateLog::onTerminate:");
+    const std::string code = std::to_string(IBinder::FIRST_CALL_TRANSACTION + 12);  // unlockTwice
+    EXPECT_NE(log.find(" - uncaught std::system_error (Operation not permitted) ends the process; this thread was "
+                       "serving transaction " + code + " of " + android::String8(IZelTestService::descriptor).string(),
+                       named),
+              std::string::npos)
+            << log;
+    // Then the standard library's own last words, as before.
+    EXPECT_NE(log.find("terminate called after throwing an instance of 'std::system_error'", named), std::string::npos)
+            << log;
 }
 
 TEST(ZelThreadPoolDeathTest, StopProcessMakesJoinedThreadsReturn) {

@@ -1,8 +1,12 @@
 // Peer processes for the binder tests:
 //   serve <name> [fds]    registers an IZelTestService under <name> and serves,
-//                         with at most <fds> open descriptors when given
+//                         with room for <fds> descriptors more than it has
+//                         open then, when given
 //   call <name> <count>   <count> echo calls of 200 bytes, then one call back to
 //                         a callback of its own; exit 0 when all came back
+//   hold <name>           opens raw connections to <name> until it refuses one
+//                         (exit 3 when one is left unanswered), then pings it
+//                         again on one it kept: exit 0 when that is answered
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -85,6 +89,13 @@ public:
     Status dupFd(const android::base::unique_fd& fd, android::base::unique_fd* out) override {
         return give(out, android::base::unique_fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0)));
     }
+    Status unlockTwice() override {
+        std::mutex mutex;
+        std::unique_lock<std::mutex> lock(mutex);
+        lock.unlock();
+        lock.unlock();
+        return Status::ok();
+    }
     android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
         const android::IPCThreadState* ipc = android::IPCThreadState::self();
         std::string text = std::to_string(ipc->getCallingPid()) + " " + std::to_string(ipc->getCallingUid());
@@ -106,7 +117,8 @@ private:
 int serve(const char* name, int fds) {
     gLog = new zel::hostlog::ZelLogCapture();
     sp<android::IServiceManager> sm = android::defaultServiceManager();
-    const rlimit limit{static_cast<rlim_t>(fds), static_cast<rlim_t>(fds)};
+    const auto room = static_cast<rlim_t>(zelOpenDescriptors(getpid()) + fds);
+    const rlimit limit{room, room};
     if (sm == nullptr || (fds > 0 && setrlimit(RLIMIT_NOFILE, &limit) != 0)) return 1;
     if (sm->addService(android::String16(name), new ZelTestService()) != android::OK) return 1;
     android::ProcessState::self()->startThreadPool();
@@ -129,12 +141,24 @@ int call(const char* name, int count) {
     return callback->values.waitFor(1) && callback->values.items()[0] == 42 ? 0 : 3;
 }
 
+int hold(const char* name) {
+    std::vector<ZelRawConnection> held;
+    if (!holdUntilRefused(name, &held)) return 3;
+    const uint32_t handle = serviceAddress(name).second;
+    if (held.empty() ||
+        !held[0].send(encodedFrame(zel::binder::ZelFrameType::TRANSACTION, IBinder::PING_TRANSACTION, handle, {}))) {
+        return 4;
+    }
+    return answerOf(held[0]) == ZelAnswer::ANSWERED ? 0 : 4;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string mode = argc > 2 ? argv[1] : "";
     if (mode == "serve" && argc <= 4) return serve(argv[2], argc == 4 ? std::atoi(argv[3]) : 0);
     if (mode == "call" && argc == 4) return call(argv[2], std::atoi(argv[3]));
-    std::fprintf(stderr, "usage: %s serve <name> [fds] | call <name> <count>\n", argv[0]);
+    if (mode == "hold" && argc == 3) return hold(argv[2]);
+    std::fprintf(stderr, "usage: %s serve <name> [fds] | call <name> <count> | hold <name>\n", argv[0]);
     return 64;
 }

@@ -5,10 +5,14 @@
 // playing hostile or broken peers.
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <android-base/unique_fd.h>
 #include <binder/IServiceManager.h>
@@ -62,13 +66,16 @@ inline const bool kZelShortBinderDeadlines = setenv("ZELD_BINDER_HELLO_TIMEOUT_M
 // IZelTestService::stats, by index.
 enum StatIndex { kExported, kProxies, kPeers, kIncoming, kPoolThreads, kFds, kThreads, kRssKiB, kLogLines };
 
-// Where the service `name`'s endpoint listens and the handle it is registered under.
+// Where the service `name`'s endpoint listens and the handle it is registered
+// under, on the root this process runs on (a peer's is the test program's).
 inline std::pair<std::string, uint32_t> serviceAddress(const std::string& name) {
-    std::ifstream registration(binderTestRoot().at("/dev/binder/services/" + name));
+    const char* root = std::getenv("ZELD_ROOT");
+    const std::string binder = (root != nullptr ? std::string(root) : binderTestRoot().path()) + "/dev/binder/";
+    std::ifstream registration(binder + "services/" + name);
     std::string endpoint;
     uint32_t handle = 0;
     registration >> endpoint >> handle;
-    return {binderTestRoot().at("/dev/binder/" + endpoint), handle};
+    return {binder + endpoint, handle};
 }
 
 // A test service in a peer process and this process as its client.
@@ -129,3 +136,42 @@ public:
 private:
     android::base::unique_fd mFd;
 };
+
+// What became of a call sent on a raw connection: answered (its reply read
+// whole, the header in `*reply`), closed unanswered (refused), or neither
+// within a patience that no working service comes near.
+enum class ZelAnswer { ANSWERED, CLOSED, NONE };
+inline ZelAnswer answerOf(const ZelRawConnection& raw, zel::binder::ZelFrameHeader* reply = nullptr) {
+    timeval patience{5, 0};
+    setsockopt(raw.fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    uint8_t header[zel::binder::kZelFrameHeaderSize];
+    zel::binder::ZelFrameHeader decoded;
+    const ssize_t n = recv(raw.fd(), header, sizeof(header), MSG_WAITALL);
+    if (n == 0 || (n < 0 && errno == ECONNRESET)) return ZelAnswer::CLOSED;
+    if (n != static_cast<ssize_t>(sizeof(header)) || zel::binder::decodeZelFrameHeader(header, &decoded) != android::OK) {
+        return ZelAnswer::NONE;
+    }
+    std::vector<uint8_t> body(decoded.bodySize);
+    if (!body.empty() && recv(raw.fd(), body.data(), body.size(), MSG_WAITALL) != static_cast<ssize_t>(body.size())) {
+        return ZelAnswer::NONE;
+    }
+    if (reply != nullptr) *reply = decoded;
+    return ZelAnswer::ANSWERED;
+}
+
+// Opens connections to the service `name` that each say HELLO and ping it,
+// until the service refuses one; the answered ones stay open in `held`.
+// False when one is neither answered nor refused (or after 256).
+inline bool holdUntilRefused(const std::string& name, std::vector<ZelRawConnection>* held) {
+    const auto [path, handle] = serviceAddress(name);
+    const std::vector<std::vector<uint8_t>> ping{
+            helloFrame(ownEndpoint("held")),
+            encodedFrame(zel::binder::ZelFrameType::TRANSACTION, android::IBinder::PING_TRANSACTION, handle, {})};
+    while (held->size() < 256) {
+        ZelRawConnection raw(path, ping);
+        const ZelAnswer answer = answerOf(raw);
+        if (answer != ZelAnswer::ANSWERED) return answer == ZelAnswer::CLOSED;
+        held->push_back(std::move(raw));
+    }
+    return false;
+}

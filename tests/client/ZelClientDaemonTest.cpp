@@ -1,6 +1,7 @@
 // libzelclient against the real zeld on the example device: the services'
-// dumps (taken while clients run, with a reader that stops reading, by a
-// caller of another uid, in both forms), a connected client and event
+// libzelclient against the real zeld on the example device: the services'
+// dumps (taken while clients run, with a reader that stops reading, by
+// callers of other uids, in both forms), a connected client and event
 // participant following a daemon restart, and two of each in one process.
 
 #include <fcntl.h>
@@ -17,6 +18,7 @@
 #include "ZelRapidJson.h"
 #include "ZelDaemonDump.h"
 #include "ZelDaemonProcess.h"
+#include "ZelDumpAccess.h"
 #include "ZelMemoryReporter.h"
 #include "ZelScenario.h"
 #include "ZelctlDumpReader.h"
@@ -156,28 +158,46 @@ TEST_F(ZelClientDaemonTest, AReaderThatStopsReadingStallsNoRequest) {
 
 // Another uid meets the daemon's private binder directory first: zelctl says
 // so once, before the binder runtime could report each socket it cannot
-// make; with the directory open to it, the daemon refuses the dump itself.
-TEST_F(ZelClientDaemonTest, ACallerOfAnotherUidIsRefusedAndGetsNothing) {
+// make. With the directory open, the device's rule holds on a root with no
+// "permission" service: system and shell dump at once, any other uid is
+// refused by the daemon and gets nothing. (Root and the daemon's own uid
+// dump in the tests above.)
+TEST_F(ZelClientDaemonTest, OnlyRootSystemShellAndTheDaemonsUidMayDump) {
     if (getuid() != 0) GTEST_SKIP() << "needs root to run a peer as another uid";
-    const auto dumpAsNobody = [] {
-        return runZelProgram("/usr/bin/setpriv",
-                             {"--reuid=65534", "--regid=65534", "--clear-groups", ZELCTL_PATH, "--json", "dump"});
+    const auto dumpAs = [](const std::string& uid) {
+        return runZelProgram("/usr/bin/setpriv", {"--reuid=" + uid, "--regid=" + uid, "--clear-groups",
+                                                  ZELCTL_PATH, "--json", "dump"});
     };
     std::filesystem::permissions(mRoot.path(), std::filesystem::perms::all);
-    const ZelProgramRun privateRoot = dumpAsNobody();
+    const ZelProgramRun privateRoot = dumpAs("65534");
     EXPECT_EQ(privateRoot.status, 1);
     EXPECT_EQ(privateRoot.out.rfind("{\"error\":\"permission_denied\",\"message\":\"this user (uid 65534) may not reach", 0),
               0u)
             << privateRoot.out << privateRoot.err;
     EXPECT_EQ(std::count(privateRoot.err.begin(), privateRoot.err.end(), '\n'), 1) << privateRoot.err;
 
+    ASSERT_EQ(android::defaultServiceManager()->checkService(android::String16("permission")), nullptr);
     for (const auto& entry : std::filesystem::recursive_directory_iterator(mRoot.path())) {
         std::filesystem::permissions(entry.path(), std::filesystem::perms::all);
     }
-    const ZelProgramRun run = dumpAsNobody();
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out.rfind("{\"error\":\"permission_denied\",\"message\":\"the daemon refused the dump", 0), 0u)
-            << run.out << run.err;
+    for (const auto& [uid, allowed] : {std::pair{"1000", true}, {"2000", true}, {"65534", false}}) {
+        SCOPED_TRACE(uid);
+        const ZelProgramRun run = dumpAs(uid);
+        EXPECT_EQ(run.status, allowed ? 0 : 1) << run.out << run.err;
+        EXPECT_EQ(run.out.rfind(allowed ? "{\"now\":"
+                                        : "{\"error\":\"permission_denied\",\"message\":\"the daemon refused the dump",
+                                0),
+                  0u)
+                << run.out;
+    }
+}
+
+// A daemon run under another uid (a developer's own on the host) lets that
+// uid dump; a fourth uid it does not.
+TEST(ZelDumpAccessTest, TheDaemonsOwnUidMayDumpNoOtherBesideRootSystemShell) {
+    EXPECT_TRUE(zelUidMayDump(1234, 1234));
+    EXPECT_FALSE(zelUidMayDump(1234, 4321));
+    EXPECT_FALSE(zelUidMayDump(1001, 4321));
 }
 
 // The example policy publishes diagnostics/crashUpload's completion as

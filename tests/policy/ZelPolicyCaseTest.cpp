@@ -19,7 +19,7 @@
 
 namespace {
 
-const std::string kCases = ZELD_POLICY_CASES;
+const std::string kCases = zelTestDataPath(ZELD_POLICY_CASES);
 
 // In double quotes, with quotes, backslashes and control characters escaped.
 std::string quoted(const std::string& text) {

@@ -5,11 +5,12 @@
 
 #include "ZelLogText.h"
 #include "ZelPolicyEngine.h"
+#include "ZelTestFiles.h"
 
 namespace {
 
 TEST(ZelPolicyEngineTest, UnknownTasksGetNeutralValuesWithoutLogging) {
-    const auto engine = ZelPolicyEngine::create(ZELD_POLICY_CASES "/complete-document/policy.json");
+    const auto engine = ZelPolicyEngine::create(zelTestDataPath(ZELD_POLICY_CASES "/complete-document/policy.json"));
     ASSERT_NE(engine, nullptr);
     zel::hostlog::ZelLogCapture capture;
     for (const auto& [c, t] : std::vector<TaskKey>{{"mediaService", "nope"}, {"nope", "mediaScan"}, {"", ""},

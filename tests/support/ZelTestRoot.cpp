@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 ZelTestRoot::ZelTestRoot() {
-    mPath = (std::filesystem::temp_directory_path() / "zeld-root-XXXXXX").string();
+    mPath = zelTestTempDir() + "/zeld-root-XXXXXX";
     if (mkdtemp(mPath.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     if (const char* previous = std::getenv("ZELD_ROOT")) mPreviousRoot = previous;
     setenv("ZELD_ROOT", mPath.c_str(), 1);

@@ -227,6 +227,7 @@ private:
     size_t mApprovalsBefore = 0;
 };
 
-ZEL_SCENARIO_TESTS(TaskManagerScenarioTest, ZELD_TASKMANAGER_SCENARIOS, ZelTaskManagerDriver, ZELD_TASKMANAGER_SCENARIOS);
+ZEL_SCENARIO_TESTS(TaskManagerScenarioTest, zelTestDataPath(ZELD_TASKMANAGER_SCENARIOS), ZelTaskManagerDriver,
+                   zelTestDataPath(ZELD_TASKMANAGER_SCENARIOS));
 
 }  // namespace

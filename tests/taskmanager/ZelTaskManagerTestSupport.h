@@ -21,7 +21,7 @@
 #include "ZelTime.h"
 
 // The policy of the scenarios and of the C++ task-manager tests.
-inline const std::string kTaskManagerPolicy = ZELD_TASKMANAGER_SCENARIOS "/tasks.json";
+inline const std::string kTaskManagerPolicy = zelTestDataPath(ZELD_TASKMANAGER_SCENARIOS "/tasks.json");
 
 // The monotonic clock as the tests set it, in whole seconds; starts at 1000.
 class ZelFakeClock {

@@ -1,6 +1,7 @@
 #include <cutils/properties.h>
 
 #include "ZelDevicePath.h"
+#include "ZelPropertyRules.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,22 +18,6 @@ namespace {
 
 constexpr const char* kStoreDir = "/dev/__properties__";
 
-bool isLegalName(const char* name) {
-    const size_t length = strlen(name);
-    if (length == 0 || name[0] == '.' || name[length - 1] == '.') return false;
-    for (size_t i = 0; i < length; ++i) {
-        const char c = name[i];
-        if (c == '.') {
-            if (name[i + 1] == '.') return false;
-            continue;
-        }
-        const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                        (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '@' || c == ':';
-        if (!ok) return false;
-    }
-    return true;
-}
-
 // Creates every missing directory of `path`.
 bool makeDirectories(const std::string& path) {
     for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
@@ -46,7 +31,7 @@ std::string storePath() { return zelDevicePath(kStoreDir); }
 
 // Reads a property's value; false when unset.
 bool readValue(const char* key, std::string& out) {
-    if (key == nullptr || !isLegalName(key)) return false;
+    if (key == nullptr || !zelIsLegalPropertyName(key)) return false;
     const std::string path = storePath() + "/" + key;
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
@@ -79,7 +64,7 @@ bool writeAll(int fd, const char* data, size_t length) {
 }  // namespace
 
 extern "C" int property_set(const char* key, const char* value) {
-    if (key == nullptr || !isLegalName(key)) return -1;
+    if (key == nullptr || !zelIsLegalPropertyName(key)) return -1;
     if (value == nullptr) value = "";
     const size_t valueLength = strlen(value);
     if (valueLength >= PROP_VALUE_MAX) return -1;
@@ -118,11 +103,5 @@ extern "C" int property_get(const char* key, char* value, const char* default_va
 extern "C" int8_t property_get_bool(const char* key, int8_t default_value) {
     std::string stored;
     if (!readValue(key, stored)) return default_value;
-    if (stored == "1" || stored == "y" || stored == "yes" || stored == "true" || stored == "on") {
-        return 1;
-    }
-    if (stored == "0" || stored == "n" || stored == "no" || stored == "false" || stored == "off") {
-        return 0;
-    }
-    return default_value;
+    return zelPropertyBool(stored, default_value);
 }

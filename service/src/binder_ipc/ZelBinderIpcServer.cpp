@@ -72,6 +72,7 @@ std::shared_ptr<ZelEventDispatcherInterface> ZelBinderIpcServer::createEventDisp
     }
     const sp<ZelServerIZelEventManagerImpl> service = new ZelServerIZelEventManagerImpl();
     const sp<android::IServiceManager> serviceManager = android::defaultServiceManager();
+    // Never null on the device (libbinder waits for it); null on the host without a registry.
     if (serviceManager == nullptr) {
         ZEL_LOGE("Failed to get service manager");
         return nullptr;
@@ -101,6 +102,7 @@ ZelBinderIpcServer::~ZelBinderIpcServer() {
 
 int ZelBinderIpcServer::start() {
     const sp<android::IServiceManager> serviceManager = android::defaultServiceManager();
+    // Never null on the device (libbinder waits for it); null on the host without a registry.
     if (serviceManager == nullptr) {
         ZEL_LOGE("Failed to get service manager");
         return 0;

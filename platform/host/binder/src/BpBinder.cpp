@@ -60,7 +60,9 @@ status_t BpBinder::dump(int fd, const Vector<String16>& args) {
     Parcel data;
     status_t status = data.writeFileDescriptor(fd);
     if (status == OK) status = data.writeInt32(static_cast<int32_t>(args.size()));
-    for (size_t i = 0; status == OK && i < args.size(); ++i) status = data.writeString16(args[i]);
+    for (const String16& arg : args) {
+        if (status == OK) status = data.writeString16(arg);
+    }
     if (status != OK) return status;
     Parcel reply;
     return transact(DUMP_TRANSACTION, data, &reply);

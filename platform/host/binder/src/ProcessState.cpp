@@ -14,7 +14,7 @@ sp<ProcessState> ProcessState::self() {
     }();
     // Going online here mirrors opening the driver; failure shows later as a
     // missing service manager.
-    ZelBinderRuntime::instance().ensureOnline();
+    (void)ZelBinderRuntime::instance().ensureOnline();
     return instance;
 }
 

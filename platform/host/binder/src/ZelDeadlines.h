@@ -26,7 +26,7 @@ public:
     };
 
     // Creates the timer and adds it to `epollFd` under `tag`.
-    android::status_t init(int epollFd, uint64_t tag);
+    [[nodiscard]] android::status_t init(int epollFd, uint64_t tag);
     // Sets or moves the deadline of `key`.
     void set(Key key, Clock::time_point when);
     // Forgets every deadline of `id`.

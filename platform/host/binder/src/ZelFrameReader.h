@@ -28,16 +28,16 @@ public:
     // malformed frame, an end of stream inside one, or descriptors that
     // were lost or that no frame claims. Frames before the fault are still
     // appended.
-    android::status_t readAvailable(int fd, std::vector<ZelFrame>* out);
+    [[nodiscard]] android::status_t readAvailable(int fd, std::vector<ZelFrame>* out);
     // Blocks until a whole frame is there.
-    android::status_t readOne(int fd, ZelFrame* out);
+    [[nodiscard]] android::status_t readOne(int fd, ZelFrame* out);
     // True while the buffer holds the start of a frame.
     bool midFrame() const { return mEnd > mBegin; }
 
 private:
-    android::status_t fill(int fd, int flags);
+    [[nodiscard]] android::status_t fill(int fd, int flags);
     // Takes the first frame out of the buffer when it is complete.
-    android::status_t take(ZelFrame* out, bool* taken);
+    [[nodiscard]] android::status_t take(ZelFrame* out, bool* taken);
 
     std::unique_ptr<uint8_t[]> mBuffer;
     size_t mCapacity = 0;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -106,7 +107,7 @@ sp<IBinder> ZelHostServiceManager::checkService(const String16& name16) const {
     if (reg->endpoint == mRuntime.endpoint()) return mRuntime.localObject(reg->handle);
     // Making the proxy connects to the owner: an owner that has exited gives
     // a dead proxy.
-    sp<IBinder> proxy = mRuntime.proxyFor(reg->endpoint, reg->handle, 0);
+    sp<IBinder> proxy = mRuntime.proxyFor(reg->endpoint, reg->handle);
     if (!proxy->isBinderAlive()) return nullptr;
     return proxy;
 }
@@ -184,7 +185,19 @@ android::Vector<String16> ZelHostServiceManager::listServices(int /*dumpsysFlags
 namespace android {
 
 sp<IServiceManager> defaultServiceManager() {
-    return zel::binder::ZelBinderRuntime::instance().serviceManager();
+    zel::binder::ZelBinderRuntime& runtime = zel::binder::ZelBinderRuntime::instance();
+    if (runtime.ensureOnline() != OK) return nullptr;
+    // One per runtime: a child of fork() gets its own with its fresh runtime.
+    // Never destroyed, as the runtime is not.
+    static std::mutex* lock = new std::mutex();
+    static auto* manager = new sp<IServiceManager>();
+    static const zel::binder::ZelBinderRuntime* owner = nullptr;
+    std::lock_guard<std::mutex> guard(*lock);
+    if (owner != &runtime) {
+        *manager = new zel::binder::ZelHostServiceManager(runtime);
+        owner = &runtime;
+    }
+    return *manager;
 }
 
 }  // namespace android

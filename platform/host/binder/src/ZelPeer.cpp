@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include "ZelBinderLog.h"
-#include "ZelBinderRuntime.h"
 #include "ZelRuntimeLimits.h"
 
 namespace zel::binder {
@@ -19,17 +18,18 @@ namespace {
 constexpr size_t kMaxSpareConnections = 2;
 }  // namespace
 
-ZelPeer::ZelPeer(ZelBinderRuntime& runtime, std::string endpoint, uint64_t id)
-    : mRuntime(runtime), mEndpoint(std::move(endpoint)), mId(id) {}
+ZelPeer::ZelPeer(ZelPeerHost& host, std::string endpoint, uint64_t id)
+    : mHost(host), mEndpoint(std::move(endpoint)), mId(id) {}
 
 ZelPeer::~ZelPeer() = default;
 
 status_t ZelPeer::openLocked(std::shared_ptr<Connection>* out) {
     auto conn = std::make_shared<Connection>();
-    if (zelConnect(mRuntime.socketDir(), mEndpoint, &conn->fd) != OK) return DEAD_OBJECT;
+    const ZelPeerHost::Settings settings = mHost.peerSettings();
+    if (zelConnect(settings.dir, mEndpoint, &conn->fd) != OK) return DEAD_OBJECT;
     ZelFrame hello;
     hello.type = ZelFrameType::HELLO;
-    const std::string& self = mRuntime.endpoint();
+    const std::string& self = settings.self;
     hello.payload.assign(self.begin(), self.end());
     std::vector<uint8_t> bytes;
     bool waiting = false;
@@ -47,7 +47,8 @@ status_t ZelPeer::primaryLocked(std::shared_ptr<Connection>* out) {
     if (mPrimary == nullptr) {
         status_t status = openLocked(&mPrimary);
         if (status != OK) return status;
-        mRuntime.watchPeer(shared_from_this(), mPrimary->fd.get());
+        mOpen += 1;
+        mHost.watchPeer(shared_from_this(), mPrimary->fd.get());
     }
     *out = mPrimary;
     return OK;
@@ -59,28 +60,42 @@ status_t ZelPeer::primary(std::shared_ptr<Connection>* out) {
 }
 
 status_t ZelPeer::checkout(std::shared_ptr<Connection>* out) {
-    std::lock_guard<std::mutex> guard(mLock);
-    status_t status = primaryLocked(out);
-    if (status != OK) return status;
-    if (!mPrimaryBusy) {
-        mPrimaryBusy = true;
-        return OK;
+    std::unique_lock<std::mutex> lock(mLock);
+    for (;;) {
+        status_t status = primaryLocked(out);
+        if (status != OK) return status;
+        if (!mPrimaryBusy) {
+            mPrimaryBusy = true;
+            return OK;
+        }
+        if (!mSpare.empty()) {
+            *out = std::move(mSpare.back());
+            mSpare.pop_back();
+            return OK;
+        }
+        if (mOpen < kZelMaxConnectionsToPeer) {
+            status = openLocked(out);
+            if (status == OK) mOpen += 1;
+            return status;
+        }
+        // As many as this process opens to one peer are in use: the peer
+        // would refuse more. One comes back when its call is answered.
+        mReturned.wait(lock);
     }
-    if (!mSpare.empty()) {
-        *out = std::move(mSpare.back());
-        mSpare.pop_back();
-        return OK;
-    }
-    return openLocked(out);
 }
 
 void ZelPeer::checkin(const std::shared_ptr<Connection>& conn) {
-    std::lock_guard<std::mutex> guard(mLock);
-    if (conn == mPrimary) {
-        mPrimaryBusy = false;
-    } else if (!mDead && mSpare.size() < kMaxSpareConnections) {
-        mSpare.push_back(conn);
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        if (conn == mPrimary) {
+            mPrimaryBusy = false;
+        } else if (!mDead && mSpare.size() < kMaxSpareConnections) {
+            mSpare.push_back(conn);
+        } else {
+            mOpen -= 1;  // closed with its last user
+        }
     }
+    mReturned.notify_one();
 }
 
 status_t ZelPeer::send(Connection& conn, ZelFrame&& frame, bool mayLeave) {
@@ -90,7 +105,7 @@ status_t ZelPeer::send(Connection& conn, ZelFrame&& frame, bool mayLeave) {
     bool waiting = false;
     status = conn.out.push(conn.fd.get(), std::move(bytes), std::move(frame.fds), &waiting);
     if (status != OK || !waiting) return status;
-    if (mayLeave && mRuntime.poolServing()) {
+    if (mayLeave && mHost.poolServing()) {
         armPrimary(conn);
         return OK;
     }
@@ -102,7 +117,7 @@ status_t ZelPeer::drain(Connection& conn) {
         bool waiting = false;
         if (conn.out.flush(conn.fd.get(), &waiting) != OK) return DEAD_OBJECT;
         if (!waiting) return OK;
-        const auto left = conn.out.lastProgress() + mRuntime.deadlines().send - ZelSendQueue::Clock::now();
+        const auto left = conn.out.lastProgress() + mHost.peerSettings().sendTimeout - ZelSendQueue::Clock::now();
         const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
         if (ms <= 0) return DEAD_OBJECT;
         pollfd writable{conn.fd.get(), POLLOUT, 0};
@@ -112,9 +127,8 @@ status_t ZelPeer::drain(Connection& conn) {
 
 void ZelPeer::armPrimary(Connection& conn) {
     std::lock_guard<std::mutex> guard(conn.armLock);
-    const bool waiting = conn.out.pending() > 0;
-    mRuntime.armPeer(mId, conn.fd.get(), waiting);
-    if (waiting) mRuntime.setSendDeadline(mId, conn.out.lastProgress() + mRuntime.deadlines().send);
+    mHost.armPeer(mId, conn.fd.get(), conn.out.pending() > 0,
+                  conn.out.lastProgress() + mHost.peerSettings().sendTimeout);
 }
 
 std::shared_ptr<ZelPeer::Connection> ZelPeer::currentPrimary() {
@@ -126,10 +140,7 @@ void ZelPeer::onWritable() {
     const std::shared_ptr<Connection> conn = currentPrimary();
     if (conn == nullptr) return;
     bool waiting = false;
-    if (conn->out.flush(conn->fd.get(), &waiting) != OK) {
-        fail(DEAD_OBJECT);
-        return;
-    }
+    if (conn->out.flush(conn->fd.get(), &waiting) != OK) return gone();
     armPrimary(*conn);
 }
 
@@ -138,16 +149,18 @@ void ZelPeer::onSendDeadline() {
     if (conn == nullptr) return;
     bool waiting = false;
     if (conn->out.flush(conn->fd.get(), &waiting) == OK && !waiting) return;
-    if (conn->out.lastProgress() + mRuntime.deadlines().send > ZelSendQueue::Clock::now()) {
+    if (conn->out.lastProgress() + mHost.peerSettings().sendTimeout > ZelSendQueue::Clock::now()) {
         armPrimary(*conn);  // it took some since: a later deadline
         return;
     }
     ZEL_BINDER_LOGW("%s takes nothing of what is sent to it: treated as gone", mEndpoint.c_str());
-    fail(DEAD_OBJECT);
+    gone();
 }
 
+void ZelPeer::gone() { mHost.onPeerDead(shared_from_this()); }
+
 status_t ZelPeer::fail(status_t status) {
-    mRuntime.onPeerDead(shared_from_this());
+    gone();
     return status;
 }
 
@@ -176,7 +189,7 @@ status_t ZelPeer::transact(uint32_t handle, uint32_t code, const Parcel& data, P
     // exports nothing and leaves the peer alone. Objects are exported only
     // once the frame is sure to be sent; if the send fails the peer is dead
     // and its pending transfers are dropped.
-    status_t status = mRuntime.flatten(data, mEndpoint, &frame);
+    status_t status = mHost.flatten(data, mEndpoint, &frame);
     if (status == OK && send(*conn, std::move(frame), oneway) != OK) status = fail(DEAD_OBJECT);
     if (status != OK) {
         if (!oneway) checkin(conn);
@@ -190,24 +203,23 @@ status_t ZelPeer::transact(uint32_t handle, uint32_t code, const Parcel& data, P
     if (status != OK || answer.type != ZelFrameType::REPLY) return fail(DEAD_OBJECT);
     const auto result = static_cast<status_t>(answer.code);
     if (reply != nullptr) {
-        mRuntime.unflatten(std::move(answer), mEndpoint, reply);
+        mHost.unflatten(std::move(answer), mEndpoint, reply);
     } else if (!answer.objects.empty()) {
         // Acknowledge references the caller does not want.
         Parcel discarded;
-        mRuntime.unflatten(std::move(answer), mEndpoint, &discarded);
+        mHost.unflatten(std::move(answer), mEndpoint, &discarded);
     }
     return result;
 }
 
-status_t ZelPeer::sendRefs(uint32_t handle, int32_t holdDelta, uint32_t acknowledged) {
+void ZelPeer::sendRefs(uint32_t handle, int32_t holdDelta, uint32_t acknowledged) {
     ZelFrame frame;
     frame.type = ZelFrameType::REFS;
     frame.code = static_cast<uint32_t>(holdDelta);
     frame.flags = acknowledged;
     frame.handle = handle;
     std::shared_ptr<Connection> conn;
-    if (primary(&conn) != OK || send(*conn, std::move(frame), true) != OK) return fail(DEAD_OBJECT);
-    return OK;
+    if (primary(&conn) != OK || send(*conn, std::move(frame), true) != OK) gone();
 }
 
 bool ZelPeer::markDead() {
@@ -219,6 +231,7 @@ bool ZelPeer::markDead() {
     for (const auto& conn : mSpare) shutdown(conn->fd.get(), SHUT_RDWR);
     mPrimary.reset();
     mSpare.clear();
+    mReturned.notify_all();  // callers waiting for a connection: the peer is gone
     return true;
 }
 

@@ -19,10 +19,18 @@ inline constexpr size_t kZelMaxQueuedOnewayBytes = 2 * kZelMaxPayload;
 // would go past fails with FAILED_TRANSACTION, as on a device when the
 // receiver's buffer is full.
 inline constexpr size_t kZelMaxPendingOutput = 4 * kZelMaxPayload;
+// Connections one process (by the pid of SO_PEERCRED) may have open to this
+// one at a time; a further one is closed as soon as it is accepted. This
+// process opens at most kZelMaxConnectionsToPeer to one peer: a synchronous
+// call beyond them waits for one of them, so it is never refused, also
+// while the peer has not yet seen the end of connections it closed.
+inline constexpr size_t kZelMaxConnectionsPerProcess = 32;
+inline constexpr size_t kZelMaxConnectionsToPeer = 16;
 // Endpoint names one process may have used on connections that closed while
 // it lives; past that, what it held under a further name is dropped at once.
 inline constexpr size_t kZelMaxEndpointsPerProcess = 16;
-// Pauses between attempts to accept while the process is out of descriptors.
+// Pauses between attempts to accept while the process is out of
+// descriptors and has none in reserve to refuse connections with.
 inline constexpr std::chrono::milliseconds kZelFirstAcceptPause{50};
 inline constexpr std::chrono::milliseconds kZelLastAcceptPause{1000};
 

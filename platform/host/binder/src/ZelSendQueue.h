@@ -23,10 +23,10 @@ public:
     // Sends `bytes` (a whole frame) and its descriptors after whatever
     // waits: OK when they went out or now wait, DEAD_OBJECT when the
     // connection broke. `*waiting` tells whether anything waits afterwards.
-    android::status_t push(int fd, std::vector<uint8_t>&& bytes, std::vector<android::base::unique_fd>&& fds,
+    [[nodiscard]] android::status_t push(int fd, std::vector<uint8_t>&& bytes, std::vector<android::base::unique_fd>&& fds,
                            bool* waiting);
     // Sends what waits, as far as the socket takes it.
-    android::status_t flush(int fd, bool* waiting);
+    [[nodiscard]] android::status_t flush(int fd, bool* waiting);
     // Bytes waiting.
     size_t pending() const;
     // The last time the peer took some of the waiting bytes (or when they
@@ -38,7 +38,7 @@ private:
         std::vector<uint8_t> bytes;
         std::vector<android::base::unique_fd> fds;  // until its first byte is sent
     };
-    android::status_t sendLocked(int fd);
+    [[nodiscard]] android::status_t sendLocked(int fd);
 
     mutable std::mutex mLock;  // leaf lock; guards the fields below
     std::deque<Frame> mFrames;

@@ -23,14 +23,14 @@ struct ZelSocketDir {
 };
 
 // Binds a listening socket for `name` (non-blocking, close-on-exec).
-status_t zelListen(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
+[[nodiscard]] status_t zelListen(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
 // Connects to the endpoint `name` without waiting: DEAD_OBJECT when nobody
 // listens there or its listen queue is full (a process that accepts nothing
 // is as good as gone). The socket blocks on reads; every send of the
 // runtime passes MSG_DONTWAIT.
-status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
+[[nodiscard]] status_t zelConnect(const ZelSocketDir& dir, const std::string& name, unique_fd* out);
 
 // Peer credentials of a connected socket.
-bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid);
+[[nodiscard]] bool zelPeerCredentials(int fd, pid_t* pid, uid_t* uid);
 
 }  // namespace zel::binder

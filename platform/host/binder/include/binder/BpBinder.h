@@ -8,7 +8,7 @@
 #include <binder/IBinder.h>
 
 namespace zel::binder {
-class ZelBinderRuntime;
+class ZelProxyTable;
 class ZelPeer;
 }  // namespace zel::binder
 
@@ -48,7 +48,7 @@ protected:
     ~BpBinder() override;
 
 private:
-    friend class ::zel::binder::ZelBinderRuntime;
+    friend class ::zel::binder::ZelProxyTable;
     BpBinder(std::shared_ptr<::zel::binder::ZelPeer> peer, uint32_t handle);
 
     struct Obituary {

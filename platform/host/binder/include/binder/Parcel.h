@@ -14,7 +14,7 @@
 #include <utils/StrongPointer.h>
 
 namespace zel::binder {
-class ZelBinderRuntime;
+class ZelParcelFrames;
 }
 
 namespace android {
@@ -151,7 +151,7 @@ public:
     int32_t readExceptionCode() const;
 
 private:
-    friend class ::zel::binder::ZelBinderRuntime;
+    friend class ::zel::binder::ZelParcelFrames;
 
     // Room for `len` bytes padded to 4 at the position; null when too large.
     uint8_t* grow(size_t len);

@@ -114,16 +114,16 @@ bool isValidZelEndpoint(const std::string& name);
 android::status_t encodeZelFrame(const ZelFrame& frame, std::vector<uint8_t>* out);
 
 // Checks magic, version, type, sizes and limits of a 32-byte header.
-android::status_t decodeZelFrameHeader(const uint8_t* bytes, ZelFrameHeader* out);
+[[nodiscard]] android::status_t decodeZelFrameHeader(const uint8_t* bytes, ZelFrameHeader* out);
 
 // Decodes the body that follows `header`; `len` must be header.bodySize.
 // Moves nothing out of `body`; fills `out` only on success, without
 // descriptors (the reader hands over header.fdCount of them).
-android::status_t decodeZelFrameBody(const ZelFrameHeader& header, const uint8_t* body, size_t len,
+[[nodiscard]] android::status_t decodeZelFrameBody(const ZelFrameHeader& header, const uint8_t* body, size_t len,
                                      ZelFrame* out);
 
 // Header and body in one buffer that must hold exactly one frame, which
 // then cannot carry descriptors.
-android::status_t decodeZelFrame(const uint8_t* bytes, size_t len, ZelFrame* out);
+[[nodiscard]] android::status_t decodeZelFrame(const uint8_t* bytes, size_t len, ZelFrame* out);
 
 }  // namespace zel::binder

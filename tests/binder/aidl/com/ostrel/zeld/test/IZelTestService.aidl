@@ -25,4 +25,7 @@ interface IZelTestService {
     // A dup of `fd`, made by the service. Its dump(fd, args) writes
     // "<calling pid> <calling uid>" and the arguments to fd.
     FileDescriptor dupFd(in FileDescriptor fd);
+    // Unlocks a mutex twice through one scoped lock, as the event service
+    // does on a second delivery: what that throws ends the service.
+    void unlockTwice();
 }
