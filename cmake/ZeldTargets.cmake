@@ -75,3 +75,38 @@ function(zeld_benchmark name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   zeld_executable_(${name} "${ARG_SOURCES}" "${ARG_DEPS};benchmark::benchmark")
 endfunction()
+
+# zeld_device_module(<Android.bp module> <target>...): the device build's
+# module compiles the same sources (.cpp and .aidl) as these targets together.
+# Recorded here; zeld_write_device_sources() writes them for the check in
+# tests/build once every target exists.
+function(zeld_device_module module)
+  string(REPLACE ";" "," targets "${ARGN}")
+  set_property(GLOBAL APPEND PROPERTY ZELD_DEVICE_MODULES "${module}:${targets}")
+endfunction()
+
+# One "<module> <source>" line per source, the source relative to the top.
+function(zeld_write_device_sources file)
+  get_property(modules GLOBAL PROPERTY ZELD_DEVICE_MODULES)
+  set(lines "")
+  foreach(entry ${modules})
+    string(REPLACE ":" ";" parts "${entry}")
+    list(GET parts 0 module)
+    list(GET parts 1 targets)
+    string(REPLACE "," ";" targets "${targets}")
+    foreach(target ${targets})
+      get_target_property(sources ${target} SOURCES)
+      get_target_property(dir ${target} SOURCE_DIR)
+      foreach(source ${sources})
+        if(NOT IS_ABSOLUTE ${source})
+          set(source ${dir}/${source})
+        endif()
+        file(RELATIVE_PATH relative ${PROJECT_SOURCE_DIR} ${source})
+        if(relative MATCHES "\\.(cpp|aidl)$" AND NOT source MATCHES "^${PROJECT_BINARY_DIR}/")
+          string(APPEND lines "${module} ${relative}\n")
+        endif()
+      endforeach()
+    endforeach()
+  endforeach()
+  file(WRITE ${file} "${lines}")
+endfunction()

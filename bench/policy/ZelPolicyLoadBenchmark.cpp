@@ -8,7 +8,7 @@
 #include <log/log.h>
 #include <zel/ZelHostLog.h>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelBenchSupport.h"
 #include "ZelPolicy.h"
 

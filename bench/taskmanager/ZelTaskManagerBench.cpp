@@ -67,9 +67,9 @@ void BM_RequestCycle(benchmark::State& state) {
     size_t i = 0;
     for (auto _ : state) {
         const auto& [comp, task] = all[i++ % all.size()];
-        manager->taskStartRequested(comp, task, false, 3000, nullptr, nullptr, 2);
-        manager->taskStarted(comp, task, manager->getTask(comp, task)->getToken(), 3000, nullptr, 2, false);
-        manager->taskCompleted(comp, task);
+        benchmark::DoNotOptimize(manager->taskStartRequested(comp, task, false, 3000, nullptr, nullptr, 2));
+        benchmark::DoNotOptimize(manager->taskStarted(comp, task, manager->getTask(comp, task)->getToken(), 3000, nullptr, 2, false));
+        benchmark::DoNotOptimize(manager->taskCompleted(comp, task));
         if (i % 100 == 0) manager->clearStoppedTasks();
     }
 }
@@ -99,10 +99,9 @@ void BM_Purge(benchmark::State& state) {
         auto manager = makeManager(tasks, 1);
         if (manager == nullptr) return state.SkipWithError("policy not loaded");
         for (const TaskKey& key : all) {
-            auto task = ZelTask::create(key.first, key.second, 0, 5000, true, nullptr, nullptr);
-            task->setState(TASK_STATE_RUNNING);
-            manager->mTaskList->insert(key, task);
-            manager->mRunningTaskList->insert(key, task);
+            benchmark::DoNotOptimize(manager->taskStartRequested(key.first, key.second, false, 5000, nullptr, nullptr, 2));
+            benchmark::DoNotOptimize(manager->taskStarted(key.first, key.second, manager->getTask(key.first, key.second)->getToken(),
+                                 5000, nullptr, 2, false));
         }
         gNowNanos += 10LL * 1000000000LL;  // every 5000 ms run time has passed
         state.ResumeTiming();
@@ -138,10 +137,10 @@ void listenerCycles(benchmark::State& state, bool recording) {
         comp.copy(request.compId, sizeof(request.compId) - 1);
         task.copy(request.taskId, sizeof(request.taskId) - 1);
         request.duration = 3000;
-        listener->processAsyncFunction(context, 1, &request);
+        benchmark::DoNotOptimize(listener->processAsyncFunction(context, 1, &request));
         request.token = static_cast<int32_t>(manager->getTask(comp, task)->getToken());
-        listener->processAsyncFunction(context, 2, &request);
-        listener->processAsyncFunction(context, 3, &request);
+        benchmark::DoNotOptimize(listener->processAsyncFunction(context, 2, &request));
+        benchmark::DoNotOptimize(listener->processAsyncFunction(context, 3, &request));
         if (i % 100 == 0) manager->clearStoppedTasks();
     }
     setZelMetricsRecording(true);

@@ -9,7 +9,8 @@
 #include <optional>
 #include <set>
 
-#include "zel/client/ZelClient.h"
+#include "zel/client/ZelClientError.h"
+#include "zel/client/ZelReply.h"
 
 namespace zel::client {
 

@@ -23,11 +23,3 @@ public:
     // Drops the listener, the task manager and the dispatcher, in that order.
     virtual void release() = 0;
 };
-
-namespace zeld {
-
-// The daemon's start-up and shut-down sequence: 0 after an orderly stop, 1
-// after any start-up failure (logged).
-int main(ZelDaemonParts& parts);
-
-}  // namespace zeld

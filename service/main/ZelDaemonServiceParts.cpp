@@ -1,6 +1,7 @@
 #include "ZelDaemonServiceParts.h"
 
 #include "ZelBinderIpcServer.h"
+#include "ZelDaemonDump.h"
 
 bool ZelDaemonServiceParts::createEventDispatcher(const std::string& moduleName) {
     mEventDispatcher = ZelBinderIpcServer::createEventDispatcherInterface(moduleName);
@@ -13,8 +14,14 @@ bool ZelDaemonServiceParts::createTaskManager(const std::string& policyFile) {
 }
 
 bool ZelDaemonServiceParts::createActivityListener(const std::string& moduleName) {
-    mActivityListener = ZelActivityListener::create(moduleName, mTaskManager);
-    return mActivityListener != nullptr;
+    mActivityListener =
+            ZelActivityListener::create(moduleName, mTaskManager, &ZelBinderIpcServer::create);
+    if (mActivityListener == nullptr) return false;
+    // The client service's dump shows the task manager's state.
+    if (const auto& server = mActivityListener->getServer()) {
+        server->setDump(ZelDaemonDump::function(mTaskManager));
+    }
+    return true;
 }
 
 bool ZelDaemonServiceParts::startActivityListener() {

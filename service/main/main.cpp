@@ -1,94 +1,53 @@
-// The daemon's fixed start-up and shut-down sequence. The process entry
-// (ZelDaemonEntry.cpp) only wires the real parts into it.
+// zeld's process entry. The daemon takes no options: --help and --version
+// answer and exit 0, any other argument is refused with the usage line and
+// exit status 2; without arguments the real parts run the daemon's sequence.
 
-#include <pthread.h>
-#include <signal.h>
+#include <unistd.h>
 
-#include <thread>
+#include <cstdio>
+#include <cstring>
 
-#include "ZelDaemonParts.h"
-#include "ZelDevicePath.h"
-#include "ZelLog.h"
-#include "ZelSystemProperty.h"
+#include "ZelDaemon.h"
+#include "ZelDaemonServiceParts.h"
 
 namespace {
 
-constexpr const char* kModuleName = "COM_OSTREL_ZELD";
-constexpr const char* kDefaultPolicyFile = "/system/etc/zel_policy.json";
-constexpr const char* kOverridePolicyFile = "/data/zeld/zel_policy.json";
-constexpr const char* kOverrideProperty = "zeld.config.policy.override";
+constexpr const char* kUsage = "usage: zeld [--help | --version]\n";
+constexpr const char* kHelp =
+        "\n"
+        "Decides when the background work of other processes may run. Started by\n"
+        "init without arguments: reads its policy (/system/etc/zel_policy.json, or\n"
+        "/data/zeld/zel_policy.json when zeld.config.policy.override is true), serves\n"
+        "com.ostrel.zeld.service.IZelBinderIPC and com.ostrel.zeld.service.IZelEventManager,\n"
+        "and does not return.\n"
+        "\n"
+        "  --help     this text\n"
+        "  --version  the version\n";
 
-// Consumes the blocked signals until SIGTERM (or a failed wait). SIGINT and
-// -1 cannot arrive through this set; they end the wait all the same.
-void waitForTermination(sigset_t signals) {
-    int signal = 0;
-    for (;;) {
-        if (sigwait(&signals, &signal) != 0) {
-            signal = -1;
-            break;
-        }
-        if (signal == SIGINT || signal == SIGTERM || signal == -1) break;
+// 0 or 2 when the arguments were an option, -1 when there were none.
+int answerOptions(int argc, char** argv) {
+    if (argc < 2) return -1;
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("zeld %s\n", ZELD_VERSION);
+        return 0;
     }
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::printf("%s%s", kUsage, kHelp);
+        return 0;
+    }
+    std::fputs(kUsage, stderr);
+    return 2;
 }
 
 }  // namespace
 
-namespace zeld {
-
-int main(ZelDaemonParts& parts) {
-    ZEL_LOGI("ZEL daemon is starting");
-
-    // Before any thread exists, so every thread inherits the mask and neither
-    // signal is ever delivered asynchronously.
-    sigset_t signals;
-    sigset_t previousMask;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGCHLD);
-    if (pthread_sigmask(SIG_BLOCK, &signals, &previousMask) != 0) {
-        ZEL_LOGE("%s:%d Failed to block signal", __func__, __LINE__);
-        return 1;
-    }
-
-    if (!parts.createEventDispatcher(kModuleName)) {
-        ZEL_LOGE("%s:%d Failed to create ZelEventDispatcher", __func__, __LINE__);
-        return 1;
-    }
-
-    // No fallback: a missing or bad override file fails start-up.
-    std::string policyFile = kDefaultPolicyFile;
-    bool useOverride = false;
-    if (ZelSystemProperty::getProperty(kOverrideProperty, useOverride)) {
-        ZEL_LOGI("ZEL daemon is using override policy file");
-        policyFile = kOverridePolicyFile;
-    }
-    if (!parts.createTaskManager(zelDevicePath(policyFile))) {
-        ZEL_LOGE("%s:%d Failed to create ZelTaskManager", __func__, __LINE__);
-        return 1;
-    }
-
-    if (!parts.createActivityListener(kModuleName)) {
-        ZEL_LOGE("%s:%d Failed to create ZelActivityListener", __func__, __LINE__);
-        return 1;
-    }
-
-    // Serving: the main thread joins the binder pool here. Leaving the pool is
-    // reported as a failed start, so only a listener that reports success
-    // leads to the signal wait below (deliberate).
-    if (!parts.startActivityListener()) {
-        ZEL_LOGE("%s:%d Failed to start ZelActivityListener", __func__, __LINE__);
-        return 1;
-    }
-
-    std::thread signalWait(waitForTermination, signals);
-    signalWait.join();
-
-    parts.stopTaskManager();
-    parts.stopActivityListener();
-    parts.stopEventDispatcher();
-    ZEL_LOGI("ZEL daemon has stopped");
-    parts.release();
-    return 0;
+int main(int argc, char** argv) {
+    if (const int answered = answerOptions(argc, argv); answered >= 0) return answered;
+    ZelDaemonServiceParts parts;
+    const int status = ZelDaemon::run(parts);
+    // Once the task manager exists its reaper thread cannot be stopped, and
+    // leaving main would end the process through that joinable thread; the
+    // failure is logged by now, so end without static destructors.
+    if (status != 0) _exit(status);
+    return status;
 }
-
-}  // namespace zeld

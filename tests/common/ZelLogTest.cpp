@@ -23,17 +23,19 @@ TEST(ZelLog, LinesCarryTagLevelAndFileFunctionLinePrefix) {
     ZEL_LOGD("plain");
     ZEL_LOGE("%s:%d failed", "fn", 7);
     logFromHelperFunction();
+    ZEL_LOGD_AS("ZelOther", "operation", "as %s", "another");
 
     const auto lines = capture.lines();
     std::vector<int> priorities;
     for (const auto& logged : lines) priorities.push_back(logged.priority);
-    ASSERT_EQ(priorities, (std::vector<int>{ANDROID_LOG_INFO, ANDROID_LOG_DEBUG, ANDROID_LOG_ERROR, ANDROID_LOG_WARN}));
+    ASSERT_EQ(priorities, (std::vector<int>{ANDROID_LOG_INFO, ANDROID_LOG_DEBUG, ANDROID_LOG_ERROR, ANDROID_LOG_WARN, ANDROID_LOG_DEBUG}));
     EXPECT_EQ(lines[0].message, "ZelLogTest::TestBody:" + std::to_string(line) + " - hello 42");
     EXPECT_EQ(lines[0].tag, "zeld");
     EXPECT_EQ(lines[0].bufferId, LOG_ID_SYSTEM);
     EXPECT_EQ(lines[1].message, "ZelLogTest::TestBody:" + std::to_string(line + 1) + " - plain");
     EXPECT_EQ(lines[2].message.substr(lines[2].message.find(" - ")), " - fn:7 failed");
     EXPECT_EQ(lines[3].message.rfind("ZelLogTest::logFromHelperFunction:", 0), 0u);
+    EXPECT_EQ(lines[4].message, "ZelOther::operation:" + std::to_string(line + 4) + " - as another");
 }
 
 TEST(ZelLog, CapturesNestAndLongLinesSurviveWhole) {

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 #include <log/log.h>
 
-#include "ZelDaemonParts.h"
+#include "ZelDaemon.h"
 #include "ZelDevicePath.h"
 #include "zel/ZelHostLog.h"
 
@@ -79,7 +79,7 @@ TEST(ZelDaemonMainTest, EachStartUpFailureIsLoggedAndEndsWithStatusOne) {
     for (const auto& c : cases) {
         zel::hostlog::ZelLogCapture log;
         StandInParts parts(c.failing);
-        EXPECT_EQ(zeld::main(parts), 1) << c.failing;
+        EXPECT_EQ(ZelDaemon::run(parts), 1) << c.failing;
         EXPECT_EQ(parts.calls, c.calls) << c.failing;
         const std::vector<std::string> errors = log.messages(ANDROID_LOG_ERROR);
         ASSERT_EQ(errors.size(), 1u) << c.failing;
@@ -93,7 +93,7 @@ TEST(ZelDaemonMainTest, EachStartUpFailureIsLoggedAndEndsWithStatusOne) {
 TEST(ZelDaemonMainTest, ASuccessfulStartWaitsForSigtermThenStopsInOrder) {
     zel::hostlog::ZelLogCapture log;
     StandInParts parts;
-    EXPECT_EQ(zeld::main(parts), 0);
+    EXPECT_EQ(ZelDaemon::run(parts), 0);
     EXPECT_TRUE(parts.mStillWaitingAfterSigchld) << "SIGCHLD is consumed and ignored";
     const std::vector<std::string> tail(parts.calls.begin() + 4, parts.calls.end());
     EXPECT_EQ(tail, (std::vector<std::string>{"stop taskmanager", "stop listener", "stop dispatcher",

@@ -10,7 +10,7 @@
 #include <map>
 #include <sstream>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelLogText.h"
 #include "ZelPolicyEngine.h"
 #include "ZelScenario.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -33,7 +34,15 @@ public:
         mCallbacks.emplace(Event(groupId, eventId), std::move(callback));
         return subscribeResult;
     }
-    bool unsubscribeEvents(const std::vector<Event>&) override { return true; }
+    // Leaves the functions in place, as a delivery already under way still
+    // holds its function: a subscriber must not rely on being forgotten.
+    bool unsubscribeEvents(const std::vector<Event>& events) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        for (const Event& event : events) {
+            mSubscriptions.erase(std::remove(mSubscriptions.begin(), mSubscriptions.end(), event), mSubscriptions.end());
+        }
+        return true;
+    }
     void stop() override {}
     void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override {
         EventCallback callback;
@@ -49,12 +58,13 @@ public:
     // Delivers a resource monitor memory report to the (1, 1) subscriber.
     void deliverMemoryReport(uint8_t resourceType, uint8_t status, uint64_t value, uint64_t criticalThreshold) {
         const ResourceStatusRecord record{resourceType, status, value, criticalThreshold};
-        invokeEventCallback(1, 1, &record);
+        ZelEventDispatcherInterface::deliverMemoryReport(record);
     }
     std::vector<Publication> publications() const {
         std::lock_guard<std::mutex> guard(mLock);
         return mPublications;
     }
+    // The events subscribed and not unsubscribed.
     std::vector<Event> subscriptions() const {
         std::lock_guard<std::mutex> guard(mLock);
         return mSubscriptions;

@@ -25,9 +25,9 @@ TEST(ReaperTest, StopEndsAReaperThatReadsTheExitCommandFirst) {
     auto manager = makeTestManager(root, kTaskManagerPolicy, std::make_shared<ZelRecordingEventDispatcher>());
     ASSERT_EQ(manager->taskStarted("sync", "alarm", 0, -3, nullptr, 2, false), 0);
     ZelReaperSync::command(REAPER_STATE_EXIT);
-    gReaperThread = std::thread(&ZelTaskManager::reaperFunc, manager.get());
+    ZelReaperSync::adoptThread(std::thread(&ZelTaskManager::reaperFunc, manager.get()));
     manager->stop();
-    EXPECT_FALSE(gReaperThread.joinable());
+    EXPECT_FALSE(ZelReaperSync::hasThread());
     EXPECT_FALSE(log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"));
     EXPECT_NE(manager->getTask("sync", "alarm"), nullptr);  // no purge ran
 }
@@ -40,14 +40,15 @@ TEST(ReaperTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
               nullptr);
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "Failed to create ZelPolicyEngine"));
     EXPECT_EQ(metrics.total("TaskManager", "PolicyEngineInitFailedCount"), 1);
-    EXPECT_FALSE(gReaperThread.joinable());
+    EXPECT_FALSE(ZelReaperSync::hasThread());
 }
 
 // Child process bodies: exit status 0 when every check held.
 void startQuick(ZelTaskManager& manager) {
-    manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
+    const int32_t requested = manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
     auto quick = manager.getTask("sync", "quick");
-    if (quick == nullptr || manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
+    if (requested != 0 || quick == nullptr ||
+        manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
         _exit(11);
     }
 }

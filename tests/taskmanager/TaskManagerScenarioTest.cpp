@@ -52,13 +52,14 @@ public:
             ZelTaskManager::clearList(mManager.get());
         } else if (w[0] == "cleanup") {
             mManager->clearStoppedTasks();
+        } else if (w[0] == "stop") {
+            mManager->stop();
         } else if (w[0] == "publish") {
             mDispatcher->publishResult = arg == "works";
         } else if (w[0] == "property-write") {
             ZelSystemProperty::sWriter = arg == "works" ? property_set : &failingWriter;
         } else if (w[0] == "reaper" && kReaperStates.count(arg)) {
-            std::lock_guard<std::mutex> guard(gReaperMutex);
-            gReaperState = kReaperStates.at(arg);
+            ZelReaperSync::setCommand(kReaperStates.at(arg));
         } else if (w[0] == "request" || w[0] == "started" || w[0] == "completed") {
             return std::to_string(taskStep(w[0], keyOf(arg), opts));
         } else {
@@ -113,10 +114,9 @@ public:
             return e.listIs(found, 1);
         }
         if (w[0] == "reaper") {
-            std::lock_guard<std::mutex> guard(gReaperMutex);
-            return kReaperStates.count(arg) && kReaperStates.at(arg) == gReaperState
-                           ? ""
-                           : "command word " + std::to_string(gReaperState);
+            const int32_t command = ZelReaperSync::state().command;
+            return kReaperStates.count(arg) && kReaperStates.at(arg) == command ? ""
+                                                                                : "command word " + std::to_string(command);
         }
         zelScenarioRefuse("unknown expectation");
     }
@@ -134,7 +134,7 @@ private:
         mApprovalsBefore = ZelApprovalRecorder::approvals().size();
         mTokensBefore.clear();
         if (mManager == nullptr) return;
-        for (const auto& [key, task] : mManager->mTaskList->snapshot()) mTokensBefore[key] = task->getToken();
+        for (const ZelTask::Fields& task : mManager->snapshot().tasks) mTokensBefore[{task.compId, task.taskId}] = task.token;
     }
 
     int32_t taskStep(const std::string& verb, const TaskKey& key, const std::map<std::string, std::string>& opts) {
@@ -174,17 +174,16 @@ private:
     }
 
     std::vector<std::string> tableKeys(const std::string& name) {
+        const ZelTaskManager::State state = mManager->snapshot();
         std::vector<std::string> keys;
         if (name == "stopped") {
-            std::lock_guard<std::mutex> guard(mManager->mStoppedTaskLock);
-            for (const TaskKey& key : mManager->mStoppedTaskList) keys.push_back(keyText(key));
+            for (const TaskKey& key : state.stopped) keys.push_back(keyText(key));
             return keys;
         }
-        const std::map<std::string, std::shared_ptr<LockedTaskMap>> tables = {
-                {"tasks", mManager->mTaskList}, {"running", mManager->mRunningTaskList},
-                {"pending", mManager->mPendingTaskList}};
+        const std::map<std::string, const std::vector<ZelTask::Fields>*> tables = {
+                {"tasks", &state.tasks}, {"running", &state.running}, {"pending", &state.pending}};
         if (!tables.count(name)) zelScenarioRefuse("unknown table " + name);
-        for (const auto& entry : tables.at(name)->snapshot()) keys.push_back(keyText(entry.first));
+        for (const ZelTask::Fields& task : *tables.at(name)) keys.push_back(task.compId + "/" + task.taskId);
         return keys;
     }
 

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "ZelTaskManagerTestSupport.h"
+#include "ZelTestWait.h"
+#include "ZelToken.h"
 
 namespace {
 
@@ -27,13 +29,14 @@ private:
 };
 
 TEST(ZelTaskTest, TokenDrawTakes31BitsAndRejectsTheValueOutsideTheRange) {
-    EXPECT_EQ(gTokenDistribution.a(), 1u);
-    EXPECT_EQ(gTokenDistribution.b(), 0x7FFFFFFFu);
+    const ZelTokenDistribution& tokens = ZelToken::distribution();
+    EXPECT_EQ(tokens.a(), 1u);
+    EXPECT_EQ(tokens.b(), 0x7FFFFFFFu);
     ScriptedEngine engine({0xFFFFFFFFu, 0x7FFFFFFFu, 0x80000000u, 0x80000005u, 0x7FFFFFFEu});
-    EXPECT_EQ(gTokenDistribution(engine), 1u);  // two all-ones draws rejected, top bit dropped
+    EXPECT_EQ(tokens(engine), 1u);  // two all-ones draws rejected, top bit dropped
     EXPECT_EQ(engine.used(), 3u);
-    EXPECT_EQ(gTokenDistribution(engine), 6u);
-    EXPECT_EQ(gTokenDistribution(engine), 0x7FFFFFFFu);
+    EXPECT_EQ(tokens(engine), 6u);
+    EXPECT_EQ(tokens(engine), 0x7FFFFFFFu);
 }
 
 TEST(ZelTaskTest, AnAnswerChannelNeedsContextAndFunctionTogether) {
@@ -59,20 +62,22 @@ TEST(LockedTaskMapTest, FirstInsertWinsAndEraseReportsPresence) {
 TEST(TaskManagerPurgeWaitTest, RequestsWaitForThePurgeAndTheNextNotification) {
     ZelTestRoot root;
     auto manager = makeTestManager(root, kTaskManagerPolicy, std::make_shared<ZelRecordingEventDispatcher>());
-    auto setPurgeFlag = [](uint8_t value) {
-        std::lock_guard<std::mutex> guard(gReaperMutex);
-        gPurgeInProgress = value;
-    };
-    setPurgeFlag(1);
     std::atomic<bool> returned{false};
-    std::thread requester([&] {
-        manager->taskStartRequested("sync", "index", false, 5000, nullptr, nullptr, 2);
-        returned = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    setPurgeFlag(0);  // as the reaper ends a purge: no notification
+    std::thread requester;
+    {
+        // A purge as the reaper runs one; its end notifies nobody.
+        ZelReaperSync::Reaper reaper;
+        reaper.purge([&] {
+            requester = std::thread([&] {
+                (void)manager->taskStartRequested("sync", "index", false, 5000, nullptr, nullptr, 2);
+                returned = true;
+            });
+            ASSERT_TRUE(eventually([] { return ZelReaperSync::waitingForPurgeEnd() == 1; }));
+        });
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_FALSE(returned);
+    EXPECT_EQ(ZelReaperSync::waitingForPurgeEnd(), 1);
     EXPECT_EQ(manager->getTask("sync", "index"), nullptr);
 
     ZelReaperSync::notify();

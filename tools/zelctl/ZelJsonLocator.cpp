@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 
 #include <rapidjson/error/en.h>
 

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "PolicyJsonMembers.h"
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelPolicyChains.h"
 #include "ZelPolicyCycles.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 
 namespace ZelPolicyMembers {
 

@@ -1,7 +1,7 @@
 #include "ZelPolicyWalk.h"
 
 #include "PolicyJsonMembers.h"
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelJsonLocator.h"
 
 namespace {

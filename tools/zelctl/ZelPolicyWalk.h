@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 
 #include "ZelPolicyFinding.h"
 #include "ZelPolicyMembers.h"

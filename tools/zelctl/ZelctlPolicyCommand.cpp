@@ -7,7 +7,7 @@
 #include <cstring>
 #include <set>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelJsonLocator.h"
 #include "ZelPolicyGraph.h"
 #include "ZelPolicyLint.h"

@@ -13,7 +13,7 @@
 #include <map>
 
 #include "ZelDevicePath.h"
-#include "ZelSystemProperty.h"
+#include "ZelPolicyFile.h"
 #include "ZelctlClientCommand.h"
 #include "ZelctlClientCommands.h"
 #include "ZelctlPolicyLoad.h"
@@ -101,9 +101,7 @@ std::map<EventKey, EventInfo> publishedEvents(const ZelPolicy& policy) {
 
 std::string policyPath(const ZelctlArgs& args) {
     if (args.has("--policy")) return args.value("--policy");
-    bool override = false;
-    ZelSystemProperty::getProperty("zeld.config.policy.override", override);
-    return zelDevicePath(override ? "/data/zeld/zel_policy.json" : "/system/etc/zel_policy.json");
+    return ZelPolicyFile::choose().path;
 }
 
 std::string clockTime() {

@@ -1,7 +1,5 @@
 #include "ZelBinderEventDispatcher.h"
 
-#include <condition_variable>
-
 #include <com/ostrel/zeld/interfaces/ZelEventParamsParcelable.h>
 #include <com/ostrel/zeld/utils/ZelParcelableHelperUtils.h>
 #include <tallyd/TallyEventHelper.h>
@@ -14,56 +12,24 @@ using com::ostrel::zeld::utils::ZelParcelableHelperUtils;
 
 namespace {
 
-// The resource monitor's memory report.
+// The resource monitor publishes the memory report; every subscription of
+// the dispatcher names it as the publisher.
 constexpr int32_t kMemoryReportPublisher = ZelBinderEventDispatcher::ServiceIdentifier::COM_OSTREL_TALLYD;
-constexpr int32_t kMemoryReportGroup = 1;
-constexpr int32_t kMemoryReportEvent = 1;
 
 }  // namespace
-
-// The service keeps its delivery path after the dispatcher is gone (nothing
-// clears it), so that path reaches the dispatcher through this link: detach()
-// waits for deliveries in progress and later ones find no target.
-class ZelBinderEventDispatcher::Link {
-public:
-    explicit Link(ZelBinderEventDispatcher* target) : mTarget(target) {}
-
-    void deliver(const ServiceIdentifier& publisher, int32_t groupId, int32_t eventId,
-                 const std::vector<uint8_t>& payload) {
-        ZelBinderEventDispatcher* target = nullptr;
-        {
-            std::lock_guard<std::mutex> guard(mLock);
-            if (mTarget == nullptr) return;
-            target = mTarget;
-            ++mActive;
-        }
-        target->onBinderEventCallback(publisher, groupId, eventId, payload);
-        std::lock_guard<std::mutex> guard(mLock);
-        if (--mActive == 0) mIdle.notify_all();
-    }
-
-    void detach() {
-        std::unique_lock<std::mutex> lock(mLock);
-        mTarget = nullptr;
-        mIdle.wait(lock, [this] { return mActive == 0; });
-    }
-
-private:
-    std::mutex mLock;  // a leaf: guards mTarget and mActive
-    std::condition_variable mIdle;
-    ZelBinderEventDispatcher* mTarget;
-    int mActive = 0;
-};
 
 ZelBinderEventDispatcher::ZelBinderEventDispatcher(
         int32_t serviceId, android::sp<ZelServerIZelEventManagerImpl> eventManager)
     : mServiceId(serviceId),
       mEventManager(std::move(eventManager)),
-      mLink(std::make_shared<Link>(this)) {
+      mLink(std::make_shared<ZelCallLink<ZelBinderEventDispatcher>>(this)) {
     mEventManager->setLocalEventCallback(
             [link = mLink](const ServiceIdentifier& publisher, int32_t groupId, int32_t eventId,
                            const std::vector<uint8_t>& payload) {
-                link->deliver(publisher, groupId, eventId, payload);
+                link->call([&](ZelBinderEventDispatcher& dispatcher) {
+                    // Its result tells the service nothing.
+                    (void)dispatcher.onBinderEventCallback(publisher, groupId, eventId, payload);
+                });
             });
     ZEL_LOGD("ZelBinderEventDispatcher Created");
 }
@@ -163,6 +129,6 @@ bool ZelBinderEventDispatcher::onBinderEventCallback(const ServiceIdentifier& pu
     const tallyd::TallyResourceStatus& status = report.getResourceStatus();
     const ResourceStatusRecord record{status.resourceType, status.status, status.value,
                                       status.criticalThreshold};
-    invokeEventCallback(kMemoryReportGroup, kMemoryReportEvent, &record);
+    deliverMemoryReport(record);
     return true;
 }

@@ -9,6 +9,7 @@
 
 #include <com/ostrel/zeld/interfaces/ServiceIdentifier.h>
 
+#include "ZelCallLink.h"
 #include "ZelEventDispatcherInterface.h"
 #include "ZelServerIZelEventManagerImpl.h"
 
@@ -32,26 +33,28 @@ public:
     ZelBinderEventDispatcher& operator=(const ZelBinderEventDispatcher&) = delete;
 
     // Deliberate: the result is the last event's, not all of them.
-    bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
-                       int32_t second) override;
+    [[nodiscard]] bool publishEvents(const std::vector<PolicyEvent>& events, int32_t first,
+                                     int32_t second) override;
     // Always subscribes to publisher 5 (the resource monitor), whatever the pair.
-    bool subscribeEvent(uint8_t groupId, int32_t eventId, EventCallback callback) override;
-    bool unsubscribeEvents(const std::vector<std::pair<uint8_t, int32_t>>& events) override;
+    [[nodiscard]] bool subscribeEvent(uint8_t groupId, int32_t eventId,
+                                      EventCallback callback) override;
+    [[nodiscard]] bool unsubscribeEvents(
+            const std::vector<std::pair<uint8_t, int32_t>>& events) override;
     void stop() override;
     void invokeEventCallback(uint8_t groupId, int32_t eventId, const void* data) override;
 
     // The service's delivery to participant 1. Only the memory report
     // (publisher 5, group 1, event 1) is decoded and passed on.
-    bool onBinderEventCallback(const ServiceIdentifier& publisher, int32_t groupId,
-                               int32_t eventId, const std::vector<uint8_t>& payload);
+    [[nodiscard]] bool onBinderEventCallback(const ServiceIdentifier& publisher, int32_t groupId,
+                                             int32_t eventId, const std::vector<uint8_t>& payload);
 
 private:
-    class Link;
-
     std::map<std::pair<uint8_t, int32_t>, EventCallback> mEventCallbacks;
     std::mutex mLock;
     ServiceIdentifier mServiceId;
     android::sp<ZelServerIZelEventManagerImpl> mEventManager;
-    // What the service's delivery path reaches this dispatcher through.
-    std::shared_ptr<Link> mLink;
+    // What the service's delivery path reaches this dispatcher through: the
+    // service keeps that path after the dispatcher is gone (nothing clears
+    // it), so the destructor detaches the link.
+    std::shared_ptr<ZelCallLink<ZelBinderEventDispatcher>> mLink;
 };

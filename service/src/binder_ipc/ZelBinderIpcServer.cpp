@@ -169,6 +169,6 @@ Status ZelBinderIpcServer::handleMessage(std::shared_ptr<ZelAsyncMessage> messag
     return illegalArgument();
 }
 
-void ZelBinderIpcServer::setStateSource(ZelStateSource source) {
-    mService->setStateSource(std::move(source));
+void ZelBinderIpcServer::setDump(ZelDumpFunction dump) {
+    mService->setDump(std::move(dump));
 }

@@ -35,18 +35,19 @@ public:
     // Registers the client service, then the calling thread serves in the
     // binder pool. Returns 0 when the pool is left (or without a service
     // manager): deliberately never 1.
-    int start() override;
+    [[nodiscard]] int start() override;
     // Removes the service's message handler; returns 1.
-    int stop() override;
+    [[nodiscard]] int stop() override;
     // 0 sent, 1 not sent (no client or callback, or the call failed), 8 not
     // serialisable. Always sends the 12-byte reply record at `data`.
-    int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data, int length) override;
+    [[nodiscard]] int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
+                                  int length) override;
 
     // Passed on to the client service.
-    void setStateSource(ZelStateSource source) override;
+    void setDump(ZelDumpFunction dump) override;
 
     // The service's message handler.
-    android::binder::Status handleMessage(std::shared_ptr<ZelAsyncMessage> message);
+    [[nodiscard]] android::binder::Status handleMessage(std::shared_ptr<ZelAsyncMessage> message);
 
     const android::sp<ZelServerIZelBinderIPCImpl>& getService() const { return mService; }
 

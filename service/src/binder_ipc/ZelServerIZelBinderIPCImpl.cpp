@@ -91,27 +91,24 @@ void ZelServerIZelBinderIPCImpl::setMessageHandler(MessageHandler handler) {
     mMessageHandler = std::move(handler);
 }
 
-void ZelServerIZelBinderIPCImpl::setStateSource(ZelStateSource source) {
-    ZelStateSource previous;  // destroyed after mCallbackMapLock
+void ZelServerIZelBinderIPCImpl::setDump(ZelDumpFunction dump) {
+    ZelDumpFunction previous;  // destroyed after mCallbackMapLock
     std::lock_guard<std::mutex> guard(mCallbackMapLock);
-    previous = std::move(mStateSource);
-    mStateSource = std::move(source);
+    previous = std::move(mDump);
+    mDump = std::move(dump);
 }
 
 android::status_t ZelServerIZelBinderIPCImpl::dump(int fd,
                                                    const android::Vector<android::String16>& args) {
     if (!zelCallerMayDump()) return android::PERMISSION_DENIED;
-    ZelStateSource source;
+    ZelDumpFunction dump;
     std::vector<int32_t> clients;
     {
         // Not mLock: a request may hold that for as long as it waits for a purge.
         std::lock_guard<std::mutex> guard(mCallbackMapLock);
-        source = mStateSource;
+        dump = mDump;
         for (const auto& entry : mCallbacks) clients.push_back(entry.first);
     }
-    // The task manager's locks are taken after mCallbackMapLock is released.
-    ZelDaemonState state = source ? source() : ZelDaemonState{};
-    state.clients = std::move(clients);
-    return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelDaemonDump::json(state)
-                                                                   : ZelDaemonDump::text(state));
+    // The daemon's locks are taken after mCallbackMapLock is released.
+    return ZelDumpOutput::write(fd, dump ? dump(clients, ZelDumpOutput::wantsJson(args)) : "");
 }

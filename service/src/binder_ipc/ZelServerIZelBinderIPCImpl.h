@@ -10,7 +10,7 @@
 #include <com/ostrel/zeld/interfaces/BnZelBinderIPC.h>
 
 #include "ZelAsyncMessage.h"
-#include "ZelDaemonDump.h"
+#include "ZelIpcServer.h"
 
 // The client service "com.ostrel.zeld.service.IZelBinderIPC": the registry of
 // client callbacks, and the checks and decoding of each client message before
@@ -19,8 +19,8 @@
 // mLock, the registry lock, is held across the whole of every call, handling
 // and any immediate reply included: the daemon handles one client request at
 // a time. It guards mMessageHandler. mCallbackMapLock, a leaf taken under mLock
-// by the calls, guards mCallbacks and mStateSource: a dump takes only that one,
-// to copy, so a request that waits under mLock does not hold up a dump.
+// by the calls, guards mCallbacks and mDump: a dump takes only that one, to
+// copy, so a request that waits under mLock does not hold up a dump.
 class ZelServerIZelBinderIPCImpl : public com::ostrel::zeld::interfaces::BnZelBinderIPC {
 public:
     using ServiceIdentifier = com::ostrel::zeld::interfaces::ServiceIdentifier;
@@ -41,7 +41,8 @@ public:
 
     // Installed by the IPC server; an empty handler drops later messages.
     void setMessageHandler(MessageHandler handler);
-    void setStateSource(ZelStateSource source);
+    // What dump() prints, given the registered clients; nothing without one.
+    void setDump(ZelDumpFunction dump);
 
     // The daemon's state as text, or one JSON document with "--json";
     // PERMISSION_DENIED and nothing written for a caller who may not dump.
@@ -49,7 +50,7 @@ public:
 
 private:
     MessageHandler mMessageHandler;
-    ZelStateSource mStateSource;
+    ZelDumpFunction mDump;
     std::mutex mLock;
     std::mutex mCallbackMapLock;
     std::map<int32_t, android::sp<IZelBinderIPCRequestCallback>> mCallbacks;

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZelDaemonDump.h"
 #include "ZelDumpAccess.h"
 #include "ZelDumpOutput.h"
+#include "ZelEventDump.h"
 
 using android::sp;
 using android::binder::Status;
@@ -134,6 +134,6 @@ android::status_t ZelServerIZelEventManagerImpl::dump(
             state.subscriptions.push_back({key.publisher, key.groupId, key.eventId, subscribers});
         }
     }
-    return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelDaemonDump::json(state)
-                                                                   : ZelDaemonDump::text(state));
+    return ZelDumpOutput::write(fd, ZelDumpOutput::wantsJson(args) ? ZelEventDump::json(state)
+                                                                   : ZelEventDump::text(state));
 }

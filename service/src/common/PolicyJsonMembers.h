@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 
 // Typed member reads for the policy document. None of them logs; each tests
 // the JSON type before reading, so a value is never read as a type it does not

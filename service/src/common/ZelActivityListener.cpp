@@ -4,14 +4,8 @@
 #include <string>
 #include <utility>
 
-#include <com/ostrel/zeld/interfaces/ZelTaskContext.h>
-
-#include "ZelBinderIpcServer.h"
-#include "ZelDaemonDump.h"
 #include "ZelLog.h"
 #include "ZelMetrics.h"
-
-using com::ostrel::zeld::interfaces::ZelTaskContext;
 
 namespace {
 
@@ -25,37 +19,18 @@ void countMetric(const std::string& name, int64_t value = 1) {
     gMetricsFactory().addCount(name, value);
 }
 
-bool isStarted(int32_t state) {
-    return state == TASK_STATE_START_ALLOWED || state == TASK_STATE_RUNNING;
-}
-
-const ZelTaskContext& taskContextOf(const void* data) {
-    return *static_cast<const ZelTaskContext*>(data);
-}
-
 }  // namespace
 
 std::shared_ptr<ZelActivityListener> ZelActivityListener::create(
-        const std::string& moduleName, std::shared_ptr<ZelTaskManager> taskManager) {
-    ZEL_LOGD("creating ZelActivityListener");
-    if (taskManager == nullptr) {
-        ZEL_LOGE("Required ZelTaskManager is null");
-        return nullptr;
-    }
-    return std::make_shared<ZelActivityListener>(moduleName, std::move(taskManager),
-                                                 ZelBinderIpcServer::create(moduleName));
-}
-
-std::shared_ptr<ZelActivityListener> ZelActivityListener::create(
         const std::string& moduleName, std::shared_ptr<ZelTaskManager> taskManager,
-        std::shared_ptr<ZelIpcServer> server) {
+        const ServerFactory& makeServer) {
     ZEL_LOGD("creating ZelActivityListener");
     if (taskManager == nullptr) {
         ZEL_LOGE("Required ZelTaskManager is null");
         return nullptr;
     }
     return std::make_shared<ZelActivityListener>(moduleName, std::move(taskManager),
-                                                 std::move(server));
+                                                 makeServer ? makeServer(moduleName) : nullptr);
 }
 
 ZelActivityListener::ZelActivityListener(const std::string& moduleName,
@@ -67,13 +42,11 @@ bool ZelActivityListener::start() {
     if (mServer == nullptr) return false;
     // The server is owned by this listener, so the handler never outlives it.
     mServer->setServerCallback([this](std::shared_ptr<ZelIpcContext> context, int functionId,
-                                      const void* data, int /*length*/) {
-        return processAsyncFunction(std::move(context), functionId, data);
-    });
-    // Weak: the published service may outlive the daemon's parts at exit.
-    mServer->setStateSource([manager = std::weak_ptr<ZelTaskManager>(mTaskManager)] {
-        const std::shared_ptr<ZelTaskManager> locked = manager.lock();
-        return locked != nullptr ? ZelDaemonDump::capture(*locked) : ZelDaemonState{};
+                                      const void* data, int length) {
+        // The one place where a request's data is read as a task context.
+        const bool whole = data != nullptr && length == static_cast<int>(sizeof(ZelTaskContext));
+        return processAsyncFunction(std::move(context), functionId,
+                                    whole ? static_cast<const ZelTaskContext*>(data) : nullptr);
     });
     if (mServer->start() != 1) return false;
     ZEL_LOGD("ZelActivityListener Started");
@@ -82,7 +55,7 @@ bool ZelActivityListener::start() {
 
 bool ZelActivityListener::stop() {
     if (mServer != nullptr && mServer->stop() != 0) {
-        mServer->clearServerCallback();
+        (void)mServer->clearServerCallback();
         ZEL_LOGI("ZelActivityListener Stopped");
         return true;
     }
@@ -91,22 +64,22 @@ bool ZelActivityListener::stop() {
 }
 
 int ZelActivityListener::processAsyncFunction(std::shared_ptr<ZelIpcContext> context,
-                                              int functionId, const void* data) {
+                                              int functionId, const ZelTaskContext* request) {
     const auto begin = std::chrono::steady_clock::now();
     const char* name = nullptr;
     int status = kStatusSuccess;
     switch (functionId) {
         case kFunctionTaskCompleted:
             name = "TaskCompleted";
-            status = processTaskCompleted(std::move(context), data);
+            status = processTaskCompleted(std::move(context), request);
             break;
         case kFunctionTaskStarted:
             name = "TaskStarted";
-            status = processTaskStarted(std::move(context), data);
+            status = processTaskStarted(std::move(context), request);
             break;
         case kFunctionTaskStartRequest:
             name = "TaskStartRequest";
-            status = processTaskStartRequest(std::move(context), data);
+            status = processTaskStartRequest(std::move(context), request);
             break;
         default:
             ZEL_LOGE("Unsupported function ID: %d", functionId);
@@ -121,13 +94,7 @@ int ZelActivityListener::processAsyncFunction(std::shared_ptr<ZelIpcContext> con
     return status;
 }
 
-int ZelActivityListener::validateParams(const void* data) {
-    if (data == nullptr) {
-        ZEL_LOGE("asyncParams is null");
-        countMetric("InvalidParamsCount");
-        return kStatusInvalidParams;
-    }
-    const ZelTaskContext& request = taskContextOf(data);
+int ZelActivityListener::validateParams(const ZelTaskContext& request) {
     const bool hasCompId = request.compId[0] != '\0';
     const bool hasTaskId = request.taskId[0] != '\0';
     if (hasTaskId && hasCompId) return kStatusSuccess;
@@ -147,21 +114,21 @@ int ZelActivityListener::validateParams(const void* data) {
 }
 
 int ZelActivityListener::processTaskStartRequest(std::shared_ptr<ZelIpcContext> context,
-                                                 const void* data) {
+                                                 const ZelTaskContext* data) {
     ZEL_LOGD("ZEL Task start request");
     if (data == nullptr) {
         ZEL_LOGE("Invalid parameters");
         countMetric("InvalidParamsCount");
         return kStatusInvalidParams;
     }
-    const ZelTaskContext& request = taskContextOf(data);
+    const ZelTaskContext& request = *data;
     const std::string compId = request.getCompId();
     const std::string taskId = request.getTaskId();
     ZEL_LOGD("Created task context");
     ZEL_LOGD("Request to start task %s", taskId.c_str());
 
     ZelCallbackParams reply;
-    const int invalid = validateParams(data);
+    const int invalid = validateParams(request);
     if (invalid != kStatusSuccess) {
         reply.status = invalid;
         return sendReply(context, reply);
@@ -172,7 +139,7 @@ int ZelActivityListener::processTaskStartRequest(std::shared_ptr<ZelIpcContext> 
                                                     ZelTaskManager::kClientRequestType);
     if (const std::shared_ptr<ZelTask> task = mTaskManager->getTask(compId, taskId)) {
         reply.token = static_cast<int32_t>(task->getToken());
-        reply.canStart = isStarted(task->getState());
+        reply.canStart = isStartedState(task->getState());
     } else if (reply.status == kStatusSuccess && notify) {
         ZEL_LOGE("Unable to find task with compId %s, taskId %s", compId.c_str(), taskId.c_str());
         countMetric("InvalidTaskCount");
@@ -182,13 +149,13 @@ int ZelActivityListener::processTaskStartRequest(std::shared_ptr<ZelIpcContext> 
 }
 
 int ZelActivityListener::processTaskStarted(std::shared_ptr<ZelIpcContext> context,
-                                            const void* data) {
+                                            const ZelTaskContext* data) {
     if (data == nullptr) {
         ZEL_LOGE("asyncParams is null");
         return kStatusInvalidParams;
     }
-    const ZelTaskContext& request = taskContextOf(data);
-    ZelCallbackParams reply{request.token, true, validateParams(data)};
+    const ZelTaskContext& request = *data;
+    ZelCallbackParams reply{request.token, true, validateParams(request)};
     if (reply.status == kStatusSuccess) {
         const std::string taskId = request.getTaskId();
         ZEL_LOGD("ZEL Task %s started", taskId.c_str());
@@ -204,14 +171,14 @@ int ZelActivityListener::processTaskStarted(std::shared_ptr<ZelIpcContext> conte
 }
 
 int ZelActivityListener::processTaskCompleted(std::shared_ptr<ZelIpcContext> context,
-                                              const void* data) {
+                                              const ZelTaskContext* data) {
     if (data == nullptr) {
         ZEL_LOGE("asyncParams is null");
         return kStatusInvalidParams;
     }
-    const ZelTaskContext& request = taskContextOf(data);
+    const ZelTaskContext& request = *data;
     // Deliberate: the request's token is neither passed on nor compared.
-    ZelCallbackParams reply{request.token, true, validateParams(data)};
+    ZelCallbackParams reply{request.token, true, validateParams(request)};
     if (reply.status == kStatusSuccess) {
         reply.status = mTaskManager->taskCompleted(request.getCompId(), request.getTaskId());
     }
@@ -227,5 +194,6 @@ int ZelActivityListener::sendReply(const std::shared_ptr<ZelIpcContext>& context
                                    const ZelCallbackParams& reply) {
     ZelIpcServer* server = context != nullptr ? context->getServer() : nullptr;
     if (server == nullptr) return kStatusNoServer;
+    // The one place where a reply record leaves typed: the server reads it back.
     return server->sendMessage(context, &reply, static_cast<int>(sizeof(reply)));
 }

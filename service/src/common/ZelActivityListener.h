@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include <com/ostrel/zeld/interfaces/ZelCallbackParams.h>
+#include <com/ostrel/zeld/interfaces/ZelTaskContext.h>
 
 #include "ZelIpcContext.h"
 #include "ZelIpcServer.h"
@@ -15,9 +17,19 @@
 // validated request with one reply record through the IPC server. It keeps
 // no per-request state and no lock: a deferred answer travels in the context
 // that the task manager keeps with the task.
+//
+// A request's data arrives untyped from the server and leaves typed: the
+// handler the listener installs checks its length once and hands a
+// ZelTaskContext to everything behind it; sendReply() is the one place where
+// a reply record becomes bytes for the server again.
 class ZelActivityListener {
 public:
     using ZelCallbackParams = com::ostrel::zeld::interfaces::ZelCallbackParams;
+    using ZelTaskContext = com::ostrel::zeld::interfaces::ZelTaskContext;
+    // Makes the IPC server for a module name (the daemon's parts pass
+    // ZelBinderIpcServer::create); may yield none.
+    using ServerFactory =
+            std::function<std::shared_ptr<ZelIpcServer>(const std::string& moduleName)>;
 
     // Status codes of the listener's own (the task manager's pass through).
     static constexpr int kStatusSuccess = 0;
@@ -29,11 +41,8 @@ public:
     // Empty when there is no task manager. The server is made from the module
     // name; a listener without one is still made, and cannot start.
     static std::shared_ptr<ZelActivityListener> create(const std::string& moduleName,
-                                                       std::shared_ptr<ZelTaskManager> taskManager);
-    // The same with a server of the caller's (tests).
-    static std::shared_ptr<ZelActivityListener> create(const std::string& moduleName,
                                                        std::shared_ptr<ZelTaskManager> taskManager,
-                                                       std::shared_ptr<ZelIpcServer> server);
+                                                       const ServerFactory& makeServer);
 
     ZelActivityListener(const std::string& moduleName, std::shared_ptr<ZelTaskManager> taskManager,
                         std::shared_ptr<ZelIpcServer> server);
@@ -42,23 +51,28 @@ public:
 
     // Installs the request handler and starts the server; true only when the
     // server's start returned 1, which serving never does (deliberate).
-    bool start();
-    bool stop();
+    [[nodiscard]] bool start();
+    [[nodiscard]] bool stop();
 
-    // The request handler: 1 without a reply for an unsupported function.
-    int processAsyncFunction(std::shared_ptr<ZelIpcContext> context, int functionId,
-                             const void* data);
-    int processTaskStartRequest(std::shared_ptr<ZelIpcContext> context, const void* data);
-    int processTaskStarted(std::shared_ptr<ZelIpcContext> context, const void* data);
-    int processTaskCompleted(std::shared_ptr<ZelIpcContext> context, const void* data);
+    // The request handler behind the installed one: 1 without a reply for an
+    // unsupported function. `request` is null when the data was missing or
+    // not one task context.
+    [[nodiscard]] int processAsyncFunction(std::shared_ptr<ZelIpcContext> context, int functionId,
+                                           const ZelTaskContext* request);
+    [[nodiscard]] int processTaskStartRequest(std::shared_ptr<ZelIpcContext> context,
+                                              const ZelTaskContext* request);
+    [[nodiscard]] int processTaskStarted(std::shared_ptr<ZelIpcContext> context,
+                                         const ZelTaskContext* request);
+    [[nodiscard]] int processTaskCompleted(std::shared_ptr<ZelIpcContext> context,
+                                           const ZelTaskContext* request);
     // 0 when both identifiers are given; tested by their first byte.
-    int validateParams(const void* data);
+    [[nodiscard]] int validateParams(const ZelTaskContext& request);
 
     // The answer function handed to the task manager with a start request.
     static bool onTaskStartApproved(std::shared_ptr<ZelIpcContext> context, uint32_t token);
     // 0 sent, 1 not sent, 8 not serialisable, 6 no server in the context.
-    static int sendReply(const std::shared_ptr<ZelIpcContext>& context,
-                         const ZelCallbackParams& reply);
+    [[nodiscard]] static int sendReply(const std::shared_ptr<ZelIpcContext>& context,
+                                       const ZelCallbackParams& reply);
 
     const std::shared_ptr<ZelIpcServer>& getServer() const { return mServer; }
 

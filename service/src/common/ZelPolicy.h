@@ -25,9 +25,9 @@ public:
 
     // The loader. True only when the whole model was built; a false return
     // leaves a partly filled policy that the caller must discard.
-    bool processJsonPolicyFromFile(const std::string& path);
-    bool processJsonPolicyFromBuffer(const std::string& text);
-    bool processJsonPolicy_v1_0(const rapidjson::Document& root);
+    [[nodiscard]] bool processJsonPolicyFromFile(const std::string& path);
+    [[nodiscard]] bool processJsonPolicyFromBuffer(const std::string& text);
+    [[nodiscard]] bool processJsonPolicy_v1_0(const rapidjson::Document& root);
 
     // event group name -> group id
     std::unordered_map<std::string, int32_t> eventGroups;
@@ -38,4 +38,18 @@ public:
     std::shared_ptr<PolicyTaskTable> taskTable;
     // "START_PROCESS" tasks of auto-start components, document order
     std::list<TaskKey> autoStartTasks;
+
+private:
+    // One function per section of the document, each false when the section
+    // refuses the document.
+    [[nodiscard]] bool loadEventGroups(const rapidjson::Value& section);
+    [[nodiscard]] bool loadComponents(const rapidjson::Value& section);
+    [[nodiscard]] bool loadTasks(const rapidjson::Value& element,
+                                 const std::shared_ptr<PolicyComponent>& component);
+    [[nodiscard]] bool loadRules(const rapidjson::Value& section);
+    [[nodiscard]] bool loadRule(const rapidjson::Value& rule);
+    [[nodiscard]] bool loadDependencies(const std::string& name, const TaskKey& ruleKey,
+                                        const rapidjson::Value& dependencies, PolicyTask& task);
+    [[nodiscard]] bool loadAction(const std::string& name, const TaskKey& ruleKey,
+                                  const rapidjson::Value& action, PolicyTask& task);
 };

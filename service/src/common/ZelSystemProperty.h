@@ -12,11 +12,11 @@ public:
     using Writer = int (*)(const char* name, const char* value);
 
     // Logs the pair at debug level, then writes; true exactly when the writer returned 0.
-    static bool setProperty(const std::string& name, const std::string& value);
+    [[nodiscard]] static bool setProperty(const std::string& name, const std::string& value);
 
     // Reads `name` as a boolean with default false. Returns the value read, not
     // whether the read worked: unset, empty or unrecognised all read false.
-    static bool getProperty(const std::string& name, bool& value);
+    [[nodiscard]] static bool getProperty(const std::string& name, bool& value);
 
     // Process-wide, initialised to the platform's property_get_bool / property_set.
     static BoolReader sBoolReader;

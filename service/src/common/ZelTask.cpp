@@ -4,22 +4,11 @@
 
 #include "ZelLog.h"
 #include "ZelTime.h"
+#include "ZelToken.h"
 
 namespace {
 constexpr const char* kProcessStartTaskId = "START_PROCESS";
-
-// Opened once before main and kept until exit; only the seed is drawn from it.
-std::random_device gRandomDevice("/dev/urandom");
 }  // namespace
-
-std::mt19937 gTokenEngine(static_cast<std::mt19937::result_type>(gRandomDevice()));
-ZelTokenDistribution gTokenDistribution(1, 0x7FFFFFFF);
-std::mutex gTokenLock;
-
-uint32_t ZelTask::drawToken() {
-    std::lock_guard<std::mutex> guard(gTokenLock);
-    return gTokenDistribution(gTokenEngine);
-}
 
 std::shared_ptr<ZelTask> ZelTask::create(std::string compId, std::string taskId, int32_t notify,
                                          int32_t duration, bool ensureRunTime,
@@ -38,7 +27,7 @@ ZelTask::ZelTask(std::string compId, std::string taskId, int32_t notify, int32_t
       mNotify(notify),
       mTaskContext(std::move(taskContext)),
       mCallback(callback),
-      mToken(drawToken()),
+      mToken(ZelToken::draw()),
       mState(TASK_STATE_CREATED),
       mStartTime(0),
       mEndTime(0),
@@ -50,7 +39,7 @@ ZelTask::ZelTask(std::string compId, std::string taskId, int32_t notify, int32_t
 
 void ZelTask::renewRequest(int32_t notify, std::shared_ptr<ZelIpcContext> taskContext,
                            ZelTaskCallback callback) {
-    const uint32_t token = drawToken();
+    const uint32_t token = ZelToken::draw();
     std::shared_ptr<ZelIpcContext> previous;  // released after mLock
     std::lock_guard<std::mutex> guard(mLock);
     mNotify = notify;

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <string>
 
 // The requester's per-request context (client, callback, server). The task
@@ -23,52 +22,10 @@ enum TaskState : int32_t {
     TASK_STATE_COMPLETED = 5,
 };
 
-// A uniform draw over the closed range [a, b] by rejection: the low bits of one
-// engine output, as many as the range needs, drawn again while they fall
-// outside it. Tokens draw 31 bits and reject 0x7FFFFFFF, so one engine state
-// gives the same tokens whatever the standard library.
-class ZelTokenDistribution {
-public:
-    using result_type = uint32_t;
-
-    constexpr ZelTokenDistribution(result_type a, result_type b)
-        : mA(a), mB(b), mMask(maskFor(b - a)) {}
-
-    constexpr result_type a() const { return mA; }
-    constexpr result_type b() const { return mB; }
-    constexpr result_type min() const { return mA; }
-    constexpr result_type max() const { return mB; }
-
-    // The engine must give 32 random bits per call (std::mt19937 does).
-    template <typename Engine>
-    result_type operator()(Engine& engine) const {
-        static_assert(Engine::min() == 0 && Engine::max() == 0xFFFFFFFFu,
-                      "one draw takes 32 random bits");
-        result_type value = 0;
-        do {
-            value = static_cast<result_type>(engine()) & mMask;
-        } while (value > mB - mA);
-        return mA + value;
-    }
-
-private:
-    // All ones up to the highest bit of `largest`.
-    static constexpr result_type maskFor(result_type largest) {
-        result_type mask = 0;
-        while (mask < largest) mask = (mask << 1) | 1u;
-        return mask;
-    }
-
-    result_type mA;
-    result_type mB;
-    result_type mMask;
-};
-
-// Token source shared by every record: seeded once from "/dev/urandom" before
-// main, drawn only under gTokenLock (a leaf lock).
-extern std::mt19937 gTokenEngine;
-extern ZelTokenDistribution gTokenDistribution;
-extern std::mutex gTokenLock;
+// A task counts as started once its start is allowed: allowed or running.
+inline bool isStartedState(int32_t state) {
+    return state == TASK_STATE_START_ALLOWED || state == TASK_STATE_RUNNING;
+}
 
 // The daemon's record of one task of one component. Every field is guarded by
 // mLock, which is a leaf: no accessor calls out while holding it.
@@ -128,8 +85,6 @@ public:
                           uint32_t& token) const;
 
 private:
-    static uint32_t drawToken();
-
     std::string mCompId;
     std::string mTaskId;
     int32_t mNotify;

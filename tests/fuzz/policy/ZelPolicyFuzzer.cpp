@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelPolicy.h"
 
 namespace {

@@ -130,7 +130,8 @@ ZelFuzzDaemon& daemon() {
         d->mManager = std::make_shared<ZelTaskManager>(std::make_shared<ZelRecordingEventDispatcher>(),
                                                        loadPolicy());
         d->mServer = std::make_shared<ZelUnservedServer>(ServiceIdentifier(1));
-        d->mListener = ZelActivityListener::create("zeld", d->mManager, d->mServer);
+        d->mListener = ZelActivityListener::create(
+                "zeld", d->mManager, [d](const std::string&) { return d->mServer; });
         if (!d->mListener->start() ||
             !d->mServer->getService()->registerCallback(ServiceIdentifier(kClient), d->mReplies).isOk()) {
             abort();

@@ -17,17 +17,13 @@ struct ZelTaskContext {
     char compId[kIdSize] = {};
     char taskId[kIdSize] = {};
     int32_t token = 0;      // issued by the daemon; unused in a start request
-    bool notify = false;    // call back once the task may start
+    uint8_t notify = 0;     // non-zero: call back once the task may start
     uint8_t reserved[3] = {};
     int32_t duration = 0;   // run time asked for, milliseconds
 
-    // notify as the byte it is on the wire: a client may send any non-zero
-    // value, which is no valid bool, so it is never loaded as one.
-    bool wantsNotify() const {
-        uint8_t byte = 0;
-        std::memcpy(&byte, &notify, sizeof(byte));
-        return byte != 0;
-    }
+    // notify is the byte a client sent, any value: it asks for a later
+    // answer when it is not zero.
+    bool wantsNotify() const { return notify != 0; }
     std::string getCompId() const { return fieldString(compId); }
     std::string getTaskId() const { return fieldString(taskId); }
     // False (field unchanged) when `id` does not fit with its terminator.
@@ -54,7 +50,6 @@ static_assert(offsetof(ZelTaskContext, token) == 128, "token at 128");
 static_assert(offsetof(ZelTaskContext, notify) == 132, "notify at 132");
 static_assert(offsetof(ZelTaskContext, reserved) == 133, "reserved at 133");
 static_assert(offsetof(ZelTaskContext, duration) == 136, "duration at 136");
-static_assert(sizeof(bool) == 1, "notify is one byte");
 static_assert(std::is_trivially_copyable_v<ZelTaskContext> && std::is_standard_layout_v<ZelTaskContext>,
               "ZelTaskContext is copied as bytes");
 

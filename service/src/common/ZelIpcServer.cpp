@@ -22,4 +22,4 @@ ServerCallback ZelIpcServer::getServerCallback() {
     return mServerCallback;
 }
 
-void ZelIpcServer::setStateSource(ZelStateSource) {}
+void ZelIpcServer::setDump(ZelDumpFunction) {}

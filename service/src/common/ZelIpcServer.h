@@ -1,10 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
-
-#include "ZelDaemonDump.h"
+#include <string>
+#include <vector>
 
 class ZelIpcContext;
 
@@ -13,28 +14,35 @@ class ZelIpcContext;
 using ServerCallback = std::function<int(std::shared_ptr<ZelIpcContext> context, int functionId,
                                          const void* data, int length)>;
 
+// The daemon's dump as the client service prints it: given the identifiers
+// of the clients with a registered callback, the text, or one JSON document
+// when `json`.
+using ZelDumpFunction = std::function<std::string(const std::vector<int32_t>& clients, bool json)>;
+
 // The server interface the activity listener uses: publish the client
-// service, hand requests to the installed handler, send replies.
+// service, hand requests to the installed handler, send replies. It lies on
+// the listener's side, as the event dispatcher's interface lies on the task
+// manager's; the binder front end implements it.
 class ZelIpcServer {
 public:
     virtual ~ZelIpcServer();
 
     // Publishes the client service and serves.
-    virtual int start() = 0;
+    [[nodiscard]] virtual int start() = 0;
     // Stops handing messages to the handler.
-    virtual int stop() = 0;
+    [[nodiscard]] virtual int stop() = 0;
     // Sends one reply record to the context's client.
-    virtual int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
-                            int length) = 0;
+    [[nodiscard]] virtual int sendMessage(std::shared_ptr<ZelIpcContext> context, const void* data,
+                                          int length) = 0;
 
     virtual void setServerCallback(ServerCallback callback);
     // Returns 0.
-    virtual int clearServerCallback();
+    [[nodiscard]] virtual int clearServerCallback();
     // A copy, so a caller can run it while another thread replaces it.
     virtual ServerCallback getServerCallback();
-    // What the published service's dump prints besides its own registry; a
-    // server without a dump ignores it.
-    virtual void setStateSource(ZelStateSource source);
+    // What the published service's dump prints; a server without a dump
+    // ignores it.
+    virtual void setDump(ZelDumpFunction dump);
 
 private:
     std::mutex mCallbackLock;  // a leaf: guards mServerCallback

@@ -15,7 +15,7 @@
 #include <future>
 #include <thread>
 
-#include "PolicyRapidJson.h"
+#include "ZelRapidJson.h"
 #include "ZelDaemonDump.h"
 #include "ZelDaemonProcess.h"
 #include "ZelDumpAccess.h"
