@@ -11,7 +11,8 @@
 
 #include <cutils/trace.h>
 
-#include "ZelTrace.h"
+#include "ZelTraceBackEnd.h"
+#include "ZelTraceSwitch.h"
 
 namespace zel::trace {
 

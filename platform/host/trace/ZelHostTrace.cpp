@@ -21,9 +21,18 @@
 #include <string>
 #include <string_view>
 
-#include "ZelLog.h"
-#include "ZelTrace.h"
+#include <log/log.h>
+
+#include "ZelTraceBackEnd.h"
 #include "ZelTraceJson.h"
+#include "ZelTraceSwitch.h"
+
+// The back end's own lines, in the daemon's form ("<file>::<function>:<line> -
+// <text>" under the tag "zeld"), written without the daemon's logging header:
+// the platform includes nothing of the daemon's.
+#define TRACE_LOGE(fmt, ...)                                                                 \
+    ((void)__android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, "zeld",                 \
+                                   "ZelHostTrace::%s:%d - " fmt, __func__, __LINE__, __VA_ARGS__))
 
 namespace zel::trace {
 
@@ -39,6 +48,8 @@ constexpr const char* kTraceVariable = "ZELD_TRACE";
     if (path != nullptr && path[0] != '\0') gEnabled.store(true);
     return true;
 }();
+
+ZelTraceValue textValue(const char* chars) { return {chars, 0, false}; }
 
 int64_t monotonicNs() {
     timespec now{};
@@ -76,12 +87,12 @@ private:
         if (path == nullptr || path[0] == '\0') return stopLocked();
         mFd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
         if (mFd < 0) {
-            ZEL_LOGE("Cannot write the trace file %s: %s", path, strerror(errno));
+            TRACE_LOGE("Cannot write the trace file %s: %s", path, strerror(errno));
             return stopLocked();
         }
         mPid = pid;
         std::string head = "[\n";
-        const ZelTraceArg name{"name", value(program_invocation_short_name)};
+        const ZelTraceArg name{"name", textValue(program_invocation_short_name)};
         appendJsonEvent(head, {'M', "process_name", pid, pid, monotonicNs(), &name, 1});
         writeLocked(head);
         std::atexit([] { traceFile().close(); });
@@ -92,7 +103,7 @@ private:
             const ssize_t written = ::write(mFd, text.data(), text.size());
             if (written < 0 && errno == EINTR) continue;
             if (written <= 0) {
-                ZEL_LOGE("Cannot write the trace file: %s", strerror(errno));
+                TRACE_LOGE("Cannot write the trace file: %s", strerror(errno));
                 return stopLocked();
             }
             text.remove_prefix(static_cast<std::size_t>(written));
@@ -133,7 +144,7 @@ void emit(char phase, const char* name, const ZelTraceArg* args, std::size_t cou
     if (!tThread.named) {
         char threadName[16] = {};
         pthread_getname_np(pthread_self(), threadName, sizeof(threadName));
-        const ZelTraceArg arg{"name", value(threadName)};
+        const ZelTraceArg arg{"name", textValue(threadName)};
         text += ",\n";
         appendJsonEvent(text, {'M', "thread_name", pid, tThread.tid, now, &arg, 1});
         tThread.named = true;

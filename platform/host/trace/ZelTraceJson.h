@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "ZelTrace.h"
+#include "ZelTraceBackEnd.h"
 
 namespace zel::trace {
 

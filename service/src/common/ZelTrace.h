@@ -30,28 +30,11 @@
 #include <string_view>
 #include <type_traits>
 
-#include "ZelTraceSwitch.h"  // inline bool zelTraceEnabled(): the platform's flag
+#include "ZelTraceBackEnd.h"  // the back end's functions and argument records
+#include "ZelTraceSwitch.h"   // inline bool zelTraceEnabled(): the platform's flag
 
-// One argument's value: a text or a whole number.
-struct ZelTraceValue {
-    std::string_view text;
-    int64_t number = 0;
-    bool isNumber = false;
-};
-
-struct ZelTraceArg {
-    const char* key = nullptr;
-    ZelTraceValue value;
-};
-
-// The back end, under platform/. Called only after zelTraceEnabled() said yes;
-// `name` and the keys are string literals.
+// Arguments turned into the back end's records, here on the daemon's side.
 namespace zel::trace {
-
-void beginSlice(const char* name, const ZelTraceArg* args, std::size_t count);
-void endSlice(const char* name);
-void counter(const char* name, int64_t value);
-void instant(const char* name, const ZelTraceArg* args, std::size_t count);
 
 inline ZelTraceValue value(std::string_view text) { return {text, 0, false}; }
 
