@@ -6,6 +6,7 @@
 #include "ZelDumpAccess.h"
 #include "ZelDumpOutput.h"
 #include "ZelEventDump.h"
+#include "ZelTrace.h"
 
 using android::sp;
 using android::binder::Status;
@@ -81,6 +82,8 @@ Status ZelServerIZelEventManagerImpl::unsubscribe(const ServiceIdentifier& subsc
 Status ZelServerIZelEventManagerImpl::publish(const ServiceIdentifier& publisher, int32_t groupId,
                                               int32_t eventId,
                                               const std::vector<uint8_t>& payload) {
+    const ZelTraceSlice publication("publish event", "publisher", publisher.value, "group",
+                                    groupId, "event", eventId);
     // Records whether it holds mLock: the walk releases it before a delivery.
     std::unique_lock<std::mutex> lock(mLock);
     if (publisher.value == 0 || payload.empty()) return illegalArgument();
@@ -90,6 +93,7 @@ Status ZelServerIZelEventManagerImpl::publish(const ServiceIdentifier& publisher
     // Every delivery path is resolved while mLock is held, in list order;
     // entries without one are skipped here and never count as deliveries.
     struct Delivery {
+        int32_t subscriber;
         LocalEventCallback local;
         sp<IZelEventCallbackService> remote;
     };
@@ -97,17 +101,22 @@ Status ZelServerIZelEventManagerImpl::publish(const ServiceIdentifier& publisher
     deliveries.reserve(it->second.size());
     for (int32_t subscriber : it->second) {
         if (subscriber == kDaemonParticipant) {
-            if (mLocalEventCallback) deliveries.push_back({mLocalEventCallback, nullptr});
+            if (mLocalEventCallback) {
+                deliveries.push_back({subscriber, mLocalEventCallback, nullptr});
+            }
             continue;
         }
         auto callback = mCallbacks.find(subscriber);
-        if (callback != mCallbacks.end()) deliveries.push_back({nullptr, callback->second});
+        if (callback != mCallbacks.end()) {
+            deliveries.push_back({subscriber, nullptr, callback->second});
+        }
     }
 
     for (const Delivery& delivery : deliveries) {
         // The second release throws std::system_error (operation not
         // permitted): the second delivery of one publication ends the process.
         lock.unlock();
+        const ZelTraceSlice delivering("deliver event", "subscriber", delivery.subscriber);
         if (delivery.local) {
             delivery.local(publisher, groupId, eventId, payload);
         } else {

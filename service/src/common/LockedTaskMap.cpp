@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "ZelTrace.h"
+
 std::shared_ptr<ZelTask> LockedTaskMap::find(const TaskKey& key) const {
     std::lock_guard<std::mutex> guard(mLock);
     auto it = mTaskMap.find(key);
@@ -10,7 +12,9 @@ std::shared_ptr<ZelTask> LockedTaskMap::find(const TaskKey& key) const {
 
 bool LockedTaskMap::insert(const TaskKey& key, std::shared_ptr<ZelTask> task) {
     std::lock_guard<std::mutex> guard(mLock);
-    return mTaskMap.try_emplace(key, std::move(task)).second;
+    const bool added = mTaskMap.try_emplace(key, std::move(task)).second;
+    if (added) countLocked();
+    return added;
 }
 
 bool LockedTaskMap::erase(const TaskKey& key) {
@@ -20,6 +24,7 @@ bool LockedTaskMap::erase(const TaskKey& key) {
     if (it == mTaskMap.end()) return false;
     removed = std::move(it->second);
     mTaskMap.erase(it);
+    countLocked();
     return true;
 }
 
@@ -31,4 +36,8 @@ LockedTaskMap::Map LockedTaskMap::snapshot() const {
 std::size_t LockedTaskMap::size() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mTaskMap.size();
+}
+
+void LockedTaskMap::countLocked() const {
+    if (mCounter != nullptr) zelTraceCounter(mCounter, static_cast<int64_t>(mTaskMap.size()));
 }

@@ -6,6 +6,7 @@
 
 #include "ZelLog.h"
 #include "ZelMetrics.h"
+#include "ZelTrace.h"
 
 namespace {
 
@@ -17,6 +18,10 @@ constexpr int kFunctionTaskCompleted = 3;
 
 void countMetric(const std::string& name, int64_t value = 1) {
     gMetricsFactory().addCount(name, value);
+}
+
+int32_t clientOf(const std::shared_ptr<ZelIpcContext>& context) {
+    return context != nullptr ? context->getClientId() : 0;
 }
 
 }  // namespace
@@ -122,6 +127,8 @@ int ZelActivityListener::processTaskStartRequest(std::shared_ptr<ZelIpcContext> 
         return kStatusInvalidParams;
     }
     const ZelTaskContext& request = *data;
+    const ZelTraceSlice served("start request", "client", clientOf(context), "component",
+                               request.compId, "task", request.taskId);
     const std::string compId = request.getCompId();
     const std::string taskId = request.getTaskId();
     ZEL_LOGD("Created task context");
@@ -155,6 +162,8 @@ int ZelActivityListener::processTaskStarted(std::shared_ptr<ZelIpcContext> conte
         return kStatusInvalidParams;
     }
     const ZelTaskContext& request = *data;
+    const ZelTraceSlice served("started", "client", clientOf(context), "component", request.compId,
+                               "task", request.taskId);
     ZelCallbackParams reply{request.token, true, validateParams(request)};
     if (reply.status == kStatusSuccess) {
         const std::string taskId = request.getTaskId();
@@ -177,6 +186,8 @@ int ZelActivityListener::processTaskCompleted(std::shared_ptr<ZelIpcContext> con
         return kStatusInvalidParams;
     }
     const ZelTaskContext& request = *data;
+    const ZelTraceSlice served("completed", "client", clientOf(context), "component",
+                               request.compId, "task", request.taskId);
     // Deliberate: the request's token is neither passed on nor compared.
     ZelCallbackParams reply{request.token, true, validateParams(request)};
     if (reply.status == kStatusSuccess) {
@@ -194,6 +205,8 @@ int ZelActivityListener::sendReply(const std::shared_ptr<ZelIpcContext>& context
                                    const ZelCallbackParams& reply) {
     ZelIpcServer* server = context != nullptr ? context->getServer() : nullptr;
     if (server == nullptr) return kStatusNoServer;
+    zelTraceInstant("reply", "token", reply.token, "canStart", reply.canStart, "status",
+                    reply.status);
     // The one place where a reply record leaves typed: the server reads it back.
     return server->sendMessage(context, &reply, static_cast<int>(sizeof(reply)));
 }

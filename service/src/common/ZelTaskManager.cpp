@@ -52,8 +52,8 @@ ZelTaskManager::ZelTaskManager(std::shared_ptr<ZelEventDispatcherInterface> even
     : mEventDispatcher(std::move(eventDispatcher)),
       mPolicyEngine(std::move(policyEngine)),
       mTaskList(std::make_shared<LockedTaskMap>()),
-      mRunningTaskList(std::make_shared<LockedTaskMap>()),
-      mPendingTaskList(std::make_shared<LockedTaskMap>()),
+      mRunningTaskList(std::make_shared<LockedTaskMap>("running tasks")),
+      mPendingTaskList(std::make_shared<LockedTaskMap>("pending tasks")),
       mReportLink(std::make_shared<ZelCallLink<ZelTaskManager>>(this)) {
     ZelReaperSync::setCommand(REAPER_STATE_WAIT);
     mResourceStatus = std::make_shared<ZelResourceStatus>();
@@ -128,7 +128,9 @@ bool ZelTaskManager::publishEvents(const std::vector<PolicyEvent>& events, int32
 
 void ZelTaskManager::removeFromStoppedTasks(const TaskKey& key) {
     std::lock_guard<std::mutex> guard(mStoppedTaskLock);
+    const std::size_t before = mStoppedTaskList.size();
     mStoppedTaskList.remove(key);
+    zel::taskmanager::traceStoppedTasks(before, mStoppedTaskList.size());
 }
 
 bool ZelTaskManager::hasStoppedTasks() {

@@ -2,6 +2,8 @@
 // time and whenever woken. A purge completes the running tasks that overran
 // their run time and cleans up completed ones.
 
+#include <pthread.h>
+
 #include <chrono>
 #include <vector>
 
@@ -15,10 +17,13 @@ namespace {
 constexpr int32_t kLongestEnforcedRunTime = 5000;
 constexpr int32_t kUnlimitedRunTime = -1;
 constexpr auto kReaperPeriod = std::chrono::microseconds(5000000);
+// The thread's name, as a trace's track and ps -T show it.
+constexpr const char* kReaperThreadName = "reaper";
 
 }  // namespace
 
 void ZelTaskManager::reaperFunc(ZelTaskManager* manager) {
+    pthread_setname_np(pthread_self(), kReaperThreadName);
     ZelReaperSync::Reaper reaper;
     int32_t state = reaper.command();
     for (;;) {
@@ -40,6 +45,7 @@ void ZelTaskManager::reaperFunc(ZelTaskManager* manager) {
 }
 
 void ZelTaskManager::clearList(ZelTaskManager* manager) {
+    const ZelTraceSlice purge("purge");
     std::vector<TaskKey> expired;
     for (const auto& [key, task] : manager->mRunningTaskList->snapshot()) {
         if (task == nullptr) continue;
@@ -60,10 +66,13 @@ void ZelTaskManager::clearList(ZelTaskManager* manager) {
             expired.push_back(key);
         }
     }
+    int64_t ended = 0;
     for (const TaskKey& key : expired) {
         const int32_t result = manager->taskCompletedInternal(key.first, key.second, true);
         ZEL_TM_LOGI("Task (%s, %s) complete request status %d", key.first.c_str(),
                     key.second.c_str(), result);
+        if (result == kResultSuccess) ++ended;
     }
     manager->clearStoppedTasks();
+    zelTraceInstant("purge ended", "tasks", ended);
 }

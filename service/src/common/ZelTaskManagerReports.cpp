@@ -161,6 +161,7 @@ int32_t ZelTaskManager::taskCompletedInternal(const std::string& compId,
     {
         std::lock_guard<std::mutex> guard(mStoppedTaskLock);
         mStoppedTaskList.push_back(key);
+        traceStoppedTasks(mStoppedTaskList.size() - 1, mStoppedTaskList.size());
     }
     ZEL_TM_LOGD("done for Task (%s, %s)", compId.c_str(), taskId.c_str());
     return kResultSuccess;
@@ -172,6 +173,7 @@ void ZelTaskManager::clearStoppedTasks() {
         ZEL_TM_LOGD("mStoppedTaskList is empty, no task in list");
         return;
     }
+    const std::size_t before = mStoppedTaskList.size();
     for (auto it = mStoppedTaskList.begin(); it != mStoppedTaskList.end();) {
         const TaskKey key = *it;
         const char* compId = key.first.c_str();
@@ -208,4 +210,5 @@ void ZelTaskManager::clearStoppedTasks() {
         it = mStoppedTaskList.erase(it);
         ZEL_TM_LOGI("Task:(%s, %s) stop success", compId, taskId);
     }
+    traceStoppedTasks(before, mStoppedTaskList.size());
 }

@@ -19,6 +19,8 @@ constexpr uint32_t kResourceStatusCritical = 4;
 void ZelTaskManager::onResourceStatusEvent(const ResourceStatusRecord* record) {
     ZEL_TM_LOGD("ResourceStatusEvent Received");
     if (record == nullptr || record->resourceType != kMemoryResourceType) return;
+    const ZelTraceSlice pass("resource pass", "status", record->status, "value", record->value,
+                             "threshold", record->criticalThreshold);
     const int64_t now = ZelTime::monotonicNanos() / 1000000000LL;
     ZEL_TM_LOGI("Received Resource type %d, status %d, value %llu, critical threshold %llu, "
                 "timestamp %lld",
@@ -101,6 +103,7 @@ void ZelTaskManager::preemptIfDue(const TaskKey& key, const ZelTask& task) {
                         "guaranteed runtime completion",
                         compId, taskId);
     }
+    const ZelTraceSlice preemption("preemption", "component", key.first, "task", key.second);
     const int32_t result = taskCompletedInternal(key.first, key.second, false);
     ZEL_TM_LOGI_FOR(kOperation, "Task (%s, %s) complete request status %d", compId, taskId, result);
     if (result == kResultSuccess) approvePendingTasks();

@@ -3,10 +3,12 @@
 // What the task manager's files share: the prefix of its log lines, its
 // counters and the constants of its operations. Included only by them.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "ZelLog.h"
 #include "ZelMetrics.h"
+#include "ZelTrace.h"
 
 // Every line of the task manager reads "ZelTaskManager::<operation>",
 // whichever of its files holds the operation. A helper that writes a line of
@@ -29,6 +31,12 @@ inline constexpr const char* kCriticalPriorityType = "ZEL_TASK_CRITICAL";
 inline void countMetric(const char* name) {
     static const ZelMetricsFactory factory = makeZelMetricsFactory(kZelMetricsModuleTaskManager);
     factory().addCount(name, 1);
+}
+
+// The stopped list's length on the trace's counter when it changed. Called
+// under mStoppedTaskLock, so the values follow the list's changes in order.
+inline void traceStoppedTasks(std::size_t before, std::size_t after) {
+    if (after != before) zelTraceCounter("stopped tasks", static_cast<int64_t>(after));
 }
 
 }  // namespace zel::taskmanager

@@ -76,6 +76,7 @@ int32_t ZelTaskManager::checkTaskStartDependencies(const std::shared_ptr<ZelTask
     const std::string compId = task->getCompId();
     const std::string taskId = task->getTaskId();
     const ZelDependencyCycleGuard deciding(TaskKey(compId, taskId));
+    const ZelTraceSlice check("dependency check", "component", compId, "task", taskId);
     ZEL_TM_LOGI("Task:(%s,%s) check dependencies", compId.c_str(), taskId.c_str());
 
     // Every entry is visited and requested, even after one has refused.
@@ -158,6 +159,8 @@ int32_t ZelTaskManager::checkResourceRequirement(const std::string& compId,
     ZEL_TM_LOGD_FOR(kOperation, "Task:(%s,%s) resource requirement check", compId.c_str(),
                     taskId.c_str());
     const uint64_t requirement = mPolicyEngine->getMemoryRequirement(compId, taskId);
+    const ZelTraceSlice check("memory check", "component", compId, "task", taskId, "needed",
+                              requirement);
     const int32_t status =
             mResourceStatus->isThresholdExceeded(ZelResourceStatus::kMemoryResource, requirement)
                     ? 0
@@ -173,6 +176,8 @@ void ZelTaskManager::approvePendingTasks() {
         if (checkTaskStartDependencies(task, kClientRequestType) == 0) continue;
         // Whoever takes the key out of the pending table answers, so once only.
         if (!mPendingTaskList->erase(key)) continue;
+        const ZelTraceSlice approval("deferred approval", "component", key.first, "task",
+                                     key.second);
         task->setState(TASK_STATE_START_ALLOWED);
         std::shared_ptr<ZelIpcContext> taskContext;
         ZelTaskCallback callback = nullptr;
