@@ -30,6 +30,7 @@ namespace {
 const auto kReplyWait = std::chrono::seconds(2);
 constexpr int32_t kRawSenderId = 78;  // below every process-id based identifier
 const auto kEventualWait = std::chrono::seconds(15);
+const char* const kTraceCheck = ZELD_TESTS_DIR "/../tools/trace-check";
 
 // The daemon's log as "L text" lines (level letter, text after the
 // "file::function:line - " prefix); lines of other shapes are dropped.
@@ -84,8 +85,8 @@ public:
             property_set("zeld.config.policy.override", "true");
         } else if (w[0] == "root" && w.size() == 2) {
             breakRoot(w[1]);
-        } else if (w[0] == "daemon" && w.size() == 1) {
-            return startDaemon();
+        } else if (w[0] == "daemon" && (w.size() == 1 || (w.size() == 2 && w[1] == "traced"))) {
+            return startDaemon(w.size() == 2);
         } else if (w[0] == "memory" && w.size() == 3) {
             return memoryReport(w[1], w[2]);
         } else if ((w[0] == "request" || w[0] == "started" || w[0] == "completed") && w.size() >= 2) {
@@ -135,6 +136,15 @@ public:
                 return found == w[2] ? "" : found;
             });
         }
+        if (w[0] == "trace" && w.size() == 2 && !mTracePath.empty()) {
+            // Written as events happen: read until it holds what is expected.
+            return eventuallyEmpty([&] {
+                const ZelProgramRun run =
+                        runZelProgram(kTraceCheck, {mTracePath, "--quiet", "--expect",
+                                                    ZELD_TESTS_DIR "/" + w[1]});
+                return run.status == 0 ? "" : run.out + run.err;
+            });
+        }
         if (w[0] == "daemon" && w.size() >= 2 && mDaemon) {
             const bool running = mDaemon->process().running();
             if (w[1] == "running") return running ? "" : "exited";
@@ -160,13 +170,16 @@ private:
         }
     }
 
-    std::string startDaemon() {
+    std::string startDaemon(bool traced) {
         mClient.reset();
         mRawSender.reset();
         mMonitor.reset();
         mDaemon.reset();  // a restart: the old daemon ends before the new one starts
-        mDaemon = std::make_unique<ZelDaemonProcess>(ZELD_BINARY, mRoot,
-                                                     "zeld-" + std::to_string(++mDaemons) + ".log");
+        const std::string name = "zeld-" + std::to_string(++mDaemons);
+        mTracePath = traced ? mRoot.at(name + ".trace.json") : "";
+        mDaemon = std::make_unique<ZelDaemonProcess>(
+                ZELD_BINARY, mRoot, name + ".log",
+                traced ? std::vector<std::string>{"ZELD_TRACE=" + mTracePath} : std::vector<std::string>{});
         mLogCursor = 0;
         mStepLogStart = 0;
         if (mDaemon->waitUntilServing()) return "serving";
@@ -262,6 +275,7 @@ private:
     ZelctlRuns mZelctl{ZELCTL_BINARY, mRoot};
     std::unique_ptr<ZelDaemonProcess> mDaemon;
     int mDaemons = 0;
+    std::string mTracePath;  // the daemon's trace file, when it traces
     std::unique_ptr<ZelMemoryReporter> mMonitor;
     std::unique_ptr<ZelClient> mClient;
     std::unique_ptr<ZelClient> mRawSender;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <binder/IServiceManager.h>
 
@@ -9,12 +10,18 @@
 #include "ZelTestWait.h"
 
 // The real zeld binary serving on a test's device root (ZELD_ROOT is
-// inherited), its log lines in <root>/<logName>. Killed when dropped.
+// inherited), its log lines in <root>/<logName>; `environment` holds
+// NAME=value words for the daemon alone. Killed when dropped.
 class ZelDaemonProcess {
 public:
     ZelDaemonProcess(const std::string& binary, const ZelTestRoot& root,
-                     const std::string& logName = "zeld.log")
-        : mLogPath(root.at(logName)), mOutput(mLogPath), mProcess(binary, {}, mOutput.get()) {}
+                     const std::string& logName = "zeld.log",
+                     std::vector<std::string> environment = {})
+        : mLogPath(root.at(logName)),
+          mOutput(mLogPath),
+          mProcess(environment.empty() ? binary : "/usr/bin/env",
+                   environment.empty() ? environment : withProgram(environment, binary),
+                   mOutput.get()) {}
 
     // Both services registered by this daemon, or it exited first.
     bool waitUntilServing() {
@@ -24,6 +31,11 @@ public:
     ZelPeerProcess& process() { return mProcess; }
 
 private:
+    static std::vector<std::string> withProgram(std::vector<std::string> words,
+                                                const std::string& program) {
+        words.push_back(program);
+        return words;
+    }
     static bool serving() {
         const android::sp<android::IServiceManager> sm = android::defaultServiceManager();
         return sm != nullptr &&
