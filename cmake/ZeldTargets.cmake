@@ -37,18 +37,20 @@ function(zeld_executable_ name sources libs)
   endif()
 endfunction()
 
-# zeld_test(name SOURCES ... [DEPS targets])
+# zeld_test(name SOURCES ... [DEPS targets] [LABELS labels])
+# LABELS: "e2e" for tests that run the real zeld binary.
 # Every case runs in its own process (gtest_discover_tests): the task manager's
 # reaper state is process-wide.
 function(zeld_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
   if(NOT ZELD_TESTS)
     return()
   endif()
   zeld_executable_(${name} "${ARG_SOURCES}"
     "${ARG_DEPS};zeld_test_support;GTest::gtest;GTest::gmock;GTest::gtest_main")
   # Listed when ctest runs, so a new case file is a new test without a rebuild.
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT 120 LABELS "${ARG_LABELS}")
 endfunction()
 
 # zeld_tool(name SOURCES ... [DEPS targets]): a helper program, e.g. a peer process for tests.

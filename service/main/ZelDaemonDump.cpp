@@ -105,9 +105,10 @@ std::string text(const ZelDaemonState& state) {
                       m.memory.status, m.memory.value, m.memory.criticalThreshold,
                       m.memory.timestamp, m.now - m.memory.timestamp);
     }
-    out += format("reaper: %s, purging %s, %" PRIu64 " purges, last at %" PRId64 "s\n",
+    out += format("reaper: %s, purging %s, %" PRIu64 " purges, last at %" PRId64
+                  "s, %d waiting for a purge's end\n",
                   reaperStateName(m.reaper.command), m.reaper.purging ? "yes" : "no",
-                  m.reaper.purges, m.reaper.lastPurgeTime);
+                  m.reaper.purges, m.reaper.lastPurgeTime, m.reaper.waiting);
     textTable(out, "mTaskList", m.tasks, m.now);
     textTable(out, "mRunningTaskList", m.running, m.now);
     textTable(out, "mPendingTaskList", m.pending, m.now);
@@ -165,6 +166,7 @@ std::string json(const ZelDaemonState& state) {
         writer.Key("purges");
         writer.Uint64(m.reaper.purges);
         number(writer, "lastPurgeTime", m.reaper.lastPurgeTime);
+        number(writer, "waiting", m.reaper.waiting);
         writer.EndObject();
         taskTable(writer, "mTaskList", m.tasks, m.now);
         taskTable(writer, "mRunningTaskList", m.running, m.now);

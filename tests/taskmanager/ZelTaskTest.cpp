@@ -72,12 +72,14 @@ TEST(TaskManagerPurgeWaitTest, RequestsWaitForThePurgeAndTheNextNotification) {
                 (void)manager->taskStartRequested("sync", "index", false, 5000, nullptr, nullptr, 2);
                 returned = true;
             });
-            ASSERT_TRUE(eventually([] { return ZelReaperSync::waitingForPurgeEnd() == 1; }));
+            ASSERT_TRUE(eventually([] { return ZelReaperSync::state().waiting == 1; }));
         });
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_FALSE(returned);
-    EXPECT_EQ(ZelReaperSync::waitingForPurgeEnd(), 1);
+    const ZelReaperSync::State stalled = ZelReaperSync::state();  // as the dump shows it
+    EXPECT_FALSE(stalled.purging);
+    EXPECT_EQ(stalled.waiting, 1);
     EXPECT_EQ(manager->getTask("sync", "index"), nullptr);
 
     ZelReaperSync::notify();

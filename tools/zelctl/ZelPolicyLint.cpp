@@ -79,8 +79,10 @@ void ZelPolicyLint::checkDependencies(const ZelPolicy& policy, Findings& finding
                          "second)" +
                          (chain.size() - 1 >= kStackChain
                                   ? "; from " + std::to_string(kStackChain) +
-                                            " levels on, the nested requests may also exhaust "
-                                            "the binder thread's stack and end the daemon"
+                                            " levels on, the daemon refuses the start at the "
+                                            "chain's bottom: it nests at most " +
+                                            std::to_string(kStackChain) +
+                                            " start decisions on one thread"
                                   : std::string())});
     }
 }

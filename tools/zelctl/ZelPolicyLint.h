@@ -27,10 +27,11 @@ public:
     // Five levels at the device monitor's one report a second fill the
     // reaper's own 5-second period.
     static constexpr size_t kDeepestChain = 5;
-    // From here a chain may also end the daemon: each level takes about
-    // 0.7 KiB of the binder thread's stack (a host daemon's 8 MiB ran out
-    // near 12,000 levels), and a device's binder threads have 1 MiB.
-    static constexpr size_t kStackChain = 1000;
+    // From here the daemon refuses the start: it decides at most 128 starts
+    // nested on one thread (the requested task's included), to keep inside
+    // the binder thread's stack; a chain this many levels below the
+    // requested task needs one more.
+    static constexpr size_t kStackChain = 128;
 
 private:
     using Findings = std::vector<ZelPolicyFinding>;

@@ -17,3 +17,7 @@ ZelDependencyCycleGuard::~ZelDependencyCycleGuard() {
 bool ZelDependencyCycleGuard::isBeingDecided(const TaskKey& key) {
     return tKeysBeingDecided.count(key) != 0;
 }
+
+size_t ZelDependencyCycleGuard::depth() {
+    return tKeysBeingDecided.size();
+}

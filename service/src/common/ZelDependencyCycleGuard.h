@@ -17,6 +17,9 @@ public:
 
     // Whether the key's start is being decided further up this thread's stack.
     static bool isBeingDecided(const TaskKey& key);
+    // How many starts are being decided on this thread's stack: the depth of
+    // nested dependency requests, each of which takes stack.
+    static size_t depth();
 
 private:
     std::set<TaskKey>::iterator mEntry;

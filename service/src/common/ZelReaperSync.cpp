@@ -52,12 +52,8 @@ void ZelReaperSync::wakeForPurgeIf(const std::function<bool()>& due) {
 
 ZelReaperSync::State ZelReaperSync::state() {
     std::lock_guard<std::mutex> guard(gReaperMutex);
-    return State{gReaperState, gPurgeInProgress != 0, gPurgeCount, gLastPurgeTime};
-}
-
-int ZelReaperSync::waitingForPurgeEnd() {
-    std::lock_guard<std::mutex> guard(gReaperMutex);
-    return gWaitingForPurgeEnd;
+    return State{gReaperState, gPurgeInProgress != 0, gPurgeCount, gLastPurgeTime,
+                 gWaitingForPurgeEnd};
 }
 
 void ZelReaperSync::adoptThread(std::thread thread) {

@@ -30,6 +30,7 @@ public:
         bool purging = false;
         uint64_t purges = 0;        // purges finished
         int64_t lastPurgeTime = 0;  // monotonic second the last one ended; 0: none yet
+        int waiting = 0;            // requests waiting for a purge's end
     };
 
     // Returns once no purge runs. A purge's end is not signalled: a caller that
@@ -46,8 +47,6 @@ public:
     // wakes every waiter.
     static void wakeForPurgeIf(const std::function<bool()>& due);
     static State state();
-    // Callers of waitForPurgeEnd() that are waiting now.
-    static int waitingForPurgeEnd();
 
     // The reaper thread. Taking one while another runs terminates the process
     // (the standard thread object's assignment): one reaper per process. It is

@@ -26,6 +26,12 @@ namespace zel::taskmanager {
 
 inline constexpr const char* kProcessStartTaskId = "START_PROCESS";
 inline constexpr const char* kCriticalPriorityType = "ZEL_TASK_CRITICAL";
+// Starts decided on one thread's stack at once, the requested task's
+// included: a dependency request that would go deeper is refused. Each level
+// takes about a kilobyte of the binder thread's stack (1 MiB on a device), so
+// the limit keeps well inside it, sanitizer builds included, and far beyond
+// any chain a policy needs.
+inline constexpr size_t kDeepestDependencyNesting = 128;
 
 // Adds 1 to one of the task-manager module's counters.
 inline void countMetric(const char* name) {

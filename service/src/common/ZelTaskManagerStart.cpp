@@ -113,6 +113,20 @@ bool ZelTaskManager::requireTask(const std::string& compId, const std::string& t
             reqTask == kProcessStartTaskId
                     ? task.getDuration()
                     : mPolicyEngine->getMinimumGuaranteedRuntime(reqComp, reqTask);
+    // Each nested request takes stack on this binder thread: a chain deeper
+    // than the thread can hold is refused instead of ending the daemon.
+    const auto request = [&](int32_t nestedType) {
+        if (ZelDependencyCycleGuard::depth() >= kDeepestDependencyNesting) {
+            ZEL_TM_LOGE_FOR(kOperation,
+                            "Task:(%s,%s) dependency chain deeper than %zu levels at Task:(%s,%s), "
+                            "not requested",
+                            compId.c_str(), taskId.c_str(), kDeepestDependencyNesting,
+                            reqComp.c_str(), reqTask.c_str());
+            return kResultInvalidState;
+        }
+        return taskStartRequested(reqComp, reqTask, false, reqDuration, nullptr, nullptr,
+                                  nestedType);
+    };
     int32_t requested = kResultSuccess;
     if (std::shared_ptr<ZelTask> required = mTaskList->find(reqKey)) {
         ZEL_TM_LOGI_FOR(kOperation, "Required Task exists: (%s,%s)", reqComp.c_str(),
@@ -131,15 +145,13 @@ bool ZelTaskManager::requireTask(const std::string& compId, const std::string& t
         }
         ZEL_TM_LOGI_FOR(kOperation, "Required Task:(%s,%s) not started and needs to start",
                         reqComp.c_str(), reqTask.c_str());
-        requested = taskStartRequested(reqComp, reqTask, false, reqDuration, nullptr, nullptr,
-                                       requestType);
+        requested = request(requestType);
     } else {
         ZEL_TM_LOGW_FOR(kOperation,
                         "%s-Required ZelTask does not exist: %s, "
                         "let's check for it with startRequest",
                         "checkTaskStartDependencies", reqComp.c_str());
-        requested = taskStartRequested(reqComp, reqTask, false, reqDuration, nullptr, nullptr,
-                                       kClientRequestType);
+        requested = request(kClientRequestType);
     }
     const std::shared_ptr<ZelTask> required = mTaskList->find(reqKey);
     return requested == kResultSuccess && required != nullptr &&
