@@ -1,5 +1,4 @@
 // libzelclient against the real zeld on the example device: the services'
-// libzelclient against the real zeld on the example device: the services'
 // dumps (taken while clients run, with a reader that stops reading, by
 // callers of other uids, in both forms), a connected client and event
 // participant following a daemon restart, and two of each in one process.
