@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 
 #include "ZelMetricsRecorder.h"
@@ -44,6 +45,16 @@ TEST(ReaperTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
 }
 
 // Child process bodies: exit status 0 when every check held.
+
+// True once `purges` purges have ended and no other runs. Read under the
+// reaper mutex, which the reaper lets go of only to purge or to wait: it is
+// waiting then.
+std::function<bool()> purgeOver(uint64_t purges) {
+    return [purges] {
+        const ZelReaperSync::State state = ZelReaperSync::state();
+        return state.purges >= purges && !state.purging;
+    };
+}
 void startQuick(ZelTaskManager& manager) {
     const int32_t requested = manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
     auto quick = manager.getTask("sync", "quick");
@@ -63,12 +74,12 @@ void purgesPeriodicallyAndWhenWoken() {
     auto manager = createReapedManager(root, events);
     auto purged = [&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); };
     if (!eventually(purged, milliseconds(7000))) _exit(12);  // at once or after one period
-    std::this_thread::sleep_for(milliseconds(100));
+    if (!eventually(purgeOver(1), milliseconds(7000))) _exit(12);
 
     startQuick(*manager);
     auto gone = [&] { return manager->getTask("sync", "quick") == nullptr; };
     if (!eventually(gone, milliseconds(7000))) _exit(13);  // the next periodic purge
-    std::this_thread::sleep_for(milliseconds(100));
+    if (!eventually(purgeOver(2), milliseconds(7000))) _exit(13);
 
     // A report with running tasks purges long before the period ends.
     startQuick(*manager);
@@ -86,7 +97,7 @@ void stopIsOverwritten() {
     ZelTestRoot root;
     zel::hostlog::ZelLogCapture log;
     auto manager = createReapedManager(root, std::make_shared<ZelRecordingEventDispatcher>());
-    std::this_thread::sleep_for(milliseconds(300));  // the reaper is waiting by now
+    if (!eventually(purgeOver(1), milliseconds(7000))) _exit(15);  // the reaper is waiting now
     log.clear();
     std::atomic<bool> stopped{false};
     std::thread([&] {
