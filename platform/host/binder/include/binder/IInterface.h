@@ -61,8 +61,14 @@ private:                                                                        
                                                                                     \
 public:
 
+// The descriptor's text lives as long as the process, as the platform's
+// static-string descriptors do: a binder thread may still compare a call's
+// interface token with it while exit destroys the statics, so a copy that is
+// never destroyed keeps the text's buffer.
 #define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                                   \
     const ::android::String16 I##INTERFACE::descriptor(NAME);                       \
+    [[maybe_unused]] static const ::android::String16* const                        \
+            I##INTERFACE##_descriptor_kept = new ::android::String16(I##INTERFACE::descriptor); \
     const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const {       \
         return I##INTERFACE::descriptor;                                            \
     }                                                                               \
