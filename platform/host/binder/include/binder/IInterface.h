@@ -1,5 +1,7 @@
 #pragma once
 
+#include <new>
+
 #include <memory>
 
 #include <binder/Binder.h>
@@ -63,12 +65,17 @@ public:
 
 // The descriptor's text lives as long as the process, as the platform's
 // static-string descriptors do: a binder thread may still compare a call's
-// interface token with it while exit destroys the statics, so a copy that is
-// never destroyed keeps the text's buffer.
+// interface token with it while exit destroys the statics, so a copy made in
+// static storage and never destroyed keeps the text's buffer (reachable, so
+// no leak checker counts it).
 #define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                                   \
     const ::android::String16 I##INTERFACE::descriptor(NAME);                       \
+    alignas(::android::String16) static unsigned char                               \
+            I##INTERFACE##_descriptor_kept[sizeof(::android::String16)];            \
     [[maybe_unused]] static const ::android::String16* const                        \
-            I##INTERFACE##_descriptor_kept = new ::android::String16(I##INTERFACE::descriptor); \
+            I##INTERFACE##_descriptor_copy =                                        \
+                    new (I##INTERFACE##_descriptor_kept)                            \
+                            ::android::String16(I##INTERFACE::descriptor);          \
     const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const {       \
         return I##INTERFACE::descriptor;                                            \
     }                                                                               \
