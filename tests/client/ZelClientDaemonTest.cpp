@@ -199,6 +199,22 @@ TEST(ZelDumpAccessTest, TheDaemonsOwnUidMayDumpNoOtherBesideRootSystemShell) {
     EXPECT_FALSE(zelUidMayDump(1001, 4321));
 }
 
+// The text form's fields: the token in the log's hexadecimal, a run time
+// only for a running record, each timing bucket named by its floor.
+TEST(ZelDaemonDumpTest, TextFormShowsTokensRunTimesAndBucketsAsDocumented) {
+    ZelTask::Fields task{"c", "t", TASK_STATE_COMPLETED, 0xabcdef, 1, 5000, 0, 100};
+    EXPECT_EQ(ZelDaemonDump::taskLine(task, 130),
+              "c/t state=COMPLETED token=abcdef notify=1 duration=5000ms ensureRunTime=0 startTime=100s runTime=0s");
+    task.state = TASK_STATE_RUNNING;
+    EXPECT_NE(ZelDaemonDump::taskLine(task, 130).find(" runTime=30s"), std::string::npos);
+    ZelDaemonState state;
+    state.clients = {7, 9};
+    state.metrics.push_back({"M", "WorkTime", true, 3, 9, {0, 1, 0, 2}});
+    const std::string text = ZelDaemonDump::text(state);
+    EXPECT_NE(text.find("\n  7 9\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\n  M/WorkTime count=3 sum=9ms buckets 1ms:1 4ms:2\n"), std::string::npos) << text;
+}
+
 // The example policy publishes diagnostics/crashUpload's completion as
 // diagnosticEvents/crashUploadDone (group 6, event 1): the event after the
 // restart shows the completion went through. A request made while no daemon
