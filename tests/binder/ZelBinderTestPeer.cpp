@@ -7,7 +7,6 @@
 //   hold <name>           opens raw connections to <name> until it refuses one
 //                         (exit 3 when one is left unanswered), then pings it
 //                         again on one it kept: exit 0 when that is answered
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -86,21 +85,12 @@ public:
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
         return Status::ok();
     }
-    Status dupFd(const android::base::unique_fd& fd, android::base::unique_fd* out) override {
-        return give(out, android::base::unique_fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0)));
-    }
     Status unlockTwice() override {
         std::mutex mutex;
         std::unique_lock<std::mutex> lock(mutex);
         lock.unlock();
         lock.unlock();
         return Status::ok();
-    }
-    android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
-        const android::IPCThreadState* ipc = android::IPCThreadState::self();
-        std::string text = std::to_string(ipc->getCallingPid()) + " " + std::to_string(ipc->getCallingUid());
-        for (const android::String16& arg : args) text += std::string(" ") + android::String8(arg).string();
-        return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? android::OK : -errno;
     }
 
 private:

@@ -5,7 +5,6 @@
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <tuple>
 
 using android::BAD_TYPE;
@@ -93,43 +92,6 @@ TEST(ZelParcelTest, ReadsTheDataCannotSatisfyFailAndChangeNothing) {
     EXPECT_NE(parcelOf(&p, {1, 0, 0, 0, 'a', 0, 'b', 0})->readString16(&s), OK);
     EXPECT_NE(parcelOf(&p, {9, 0, 0, 0, 'a', 0, 0, 0})->readString16(&s), OK);
     EXPECT_EQ(s, String16("keep"));
-}
-
-TEST(ZelParcelTest, InterfaceTokensMatchOnlyTheirDescriptor) {
-    Parcel p;
-    ASSERT_EQ(p.writeInterfaceToken(String16("com.ostrel.zeld.IFoo")), OK);
-    for (const char* descriptor : {"com.ostrel.zeld.IFoo", "com.ostrel.zeld.IFo", "com.ostrel.zeld.IFooo"}) {
-        p.setDataPosition(0);
-        EXPECT_EQ(p.enforceInterface(String16(descriptor)), std::strcmp(descriptor, "com.ostrel.zeld.IFoo") == 0);
-    }
-    EXPECT_FALSE(Parcel().enforceInterface(String16("com.ostrel.zeld.IFoo")));
-}
-
-TEST(ZelParcelTest, BindersComeBackAsTheSameObject) {
-    sp<IBinder> object = new BBinder();
-    Parcel p;
-    for (const android::status_t written : {p.writeStrongBinder(object), p.writeStrongBinder(nullptr), p.writeStrongBinder(object)}) {
-        ASSERT_EQ(written, OK);
-    }
-    EXPECT_EQ(p.objectsCount(), 2u);
-    p.setDataPosition(0);
-    sp<IBinder> first;
-    sp<IBinder> null = object;
-    ASSERT_EQ(p.readStrongBinder(&first), OK);
-    ASSERT_EQ(p.readNullableStrongBinder(&null), OK);
-    EXPECT_EQ(std::tie(first, null), std::make_tuple(object, sp<IBinder>()));
-    EXPECT_EQ(p.readStrongBinder(), object);
-
-    // A null binder where one is required; an index the table does not hold.
-    p.setDataPosition(8);
-    sp<IBinder> required;
-    EXPECT_EQ(p.readStrongBinder(&required), UNEXPECTED_NULL);
-    Parcel forged;
-    forged.writeInt32(0x5A424F4A);
-    forged.writeInt32(3);
-    forged.setDataPosition(0);
-    EXPECT_EQ(forged.readNullableStrongBinder(&required), BAD_TYPE);
-    EXPECT_EQ(forged.dataPosition(), 0u);
 }
 
 TEST(ZelParcelTest, AParcelClosesTheDescriptorsItOwnsAndNoOthers) {

@@ -5,15 +5,11 @@
 //                             main thread, arguments that need escaping; exits
 //   zeld_trace_probe threads  4 threads × 200 slices, each with an instant,
 //                             beside the main thread's slice; exits
-//   zeld_trace_probe killed   3 threads, each after 50 slices inside a slice
-//                             it never ends, and the main thread inside one,
-//                             when the process ends itself with SIGKILL
+//
+// A writer killed mid-trace is the daemon's table's case (tests/daemon).
 #include <pthread.h>
 
-#include <csignal>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,28 +54,6 @@ void threads() {
     for (auto& worker : workers) worker.join();
 }
 
-[[noreturn]] void killed() {
-    std::mutex lock;
-    std::condition_variable changed;
-    int holding = 0;  // guarded by lock
-    ZelTraceSlice held("main held");
-    for (int n = 0; n < 3; ++n) {
-        std::thread([&, n] {
-            pthread_setname_np(pthread_self(), ("worker " + std::to_string(n)).c_str());
-            for (int i = 0; i < 50; ++i) ZelTraceSlice step("step", "index", i);
-            ZelTraceSlice mine("held", "worker", n);
-            std::unique_lock<std::mutex> guard(lock);
-            holding += 1;
-            changed.notify_all();
-            changed.wait(guard, [] { return false; });
-        }).detach();
-    }
-    std::unique_lock<std::mutex> guard(lock);
-    changed.wait(guard, [&] { return holding == 3; });
-    raise(SIGKILL);
-    for (;;) pause();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -89,8 +63,6 @@ int main(int argc, char** argv) {
         nest();
     } else if (scenario == "threads") {
         threads();
-    } else if (scenario == "killed") {
-        killed();
     } else {
         return 2;
     }

@@ -22,9 +22,6 @@ interface IZelTestService {
     // lines logged since it started serving.
     long[] stats();
     void sleepMs(int ms);
-    // A dup of `fd`, made by the service. Its dump(fd, args) writes
-    // "<calling pid> <calling uid>" and the arguments to fd.
-    FileDescriptor dupFd(in FileDescriptor fd);
     // Unlocks a mutex twice through one scoped lock, as the event service
     // does on a second delivery: what that throws ends the service.
     void unlockTwice();
