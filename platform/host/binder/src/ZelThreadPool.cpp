@@ -101,7 +101,22 @@ void ZelThreadPool::spareThreadIfNeeded() {
         if (!mStarted || mStopping || mSpawned.load() >= mMaxThreads.load()) return;
         mSpawned += 1;
     }
-    std::thread([this] { loop(false, true); }).detach();
+    // pthread_create, not std::thread: a thread that cannot be made now (a
+    // thread or memory limit) is no reason to end the process, and at its
+    // descriptor limit a process must not need one more descriptor to start
+    // a thread (the sanitizers' check of std::thread's state object opens a
+    // pipe).
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread;
+    if (pthread_create(&thread, &attributes, &ZelThreadPool::spareThreadMain, this) != 0) mSpawned -= 1;
+    pthread_attr_destroy(&attributes);
+}
+
+void* ZelThreadPool::spareThreadMain(void* pool) {
+    static_cast<ZelThreadPool*>(pool)->loop(false, true);
+    return nullptr;
 }
 
 void ZelThreadPool::loop(bool isMain, bool counted) {

@@ -48,12 +48,15 @@ public:
     size_t maxThreads() const { return mMaxThreads.load(); }
     // True while pool threads serve the epoll set.
     bool serving() const { return mStarted.load() && !mStopping.load(); }
-    // Work is about to keep a thread busy: spawns one if none would be left idle.
+    // Work is about to keep a thread busy: spawns one if none would be left
+    // idle. When the system makes no thread now, the work waits for one of
+    // the threads there are.
     void spareThreadIfNeeded();
     size_t threads() const { return mThreads.load(); }
 
 private:
     void loop(bool isMain, bool counted);
+    static void* spareThreadMain(void* pool);
 
     const pid_t mPid;
     android::base::unique_fd mEpollFd;
