@@ -1,19 +1,11 @@
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <binder/Binder.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
 
 #include <tuple>
 
-using android::BAD_TYPE;
-using android::BBinder;
-using android::IBinder;
 using android::NOT_ENOUGH_DATA;
 using android::OK;
 using android::Parcel;
-using android::sp;
 using android::String16;
 using android::UNEXPECTED_NULL;
 
@@ -92,43 +84,6 @@ TEST(ZelParcelTest, ReadsTheDataCannotSatisfyFailAndChangeNothing) {
     EXPECT_NE(parcelOf(&p, {1, 0, 0, 0, 'a', 0, 'b', 0})->readString16(&s), OK);
     EXPECT_NE(parcelOf(&p, {9, 0, 0, 0, 'a', 0, 0, 0})->readString16(&s), OK);
     EXPECT_EQ(s, String16("keep"));
-}
-
-TEST(ZelParcelTest, AParcelClosesTheDescriptorsItOwnsAndNoOthers) {
-    auto isOpen = [](int fd) { return fcntl(fd, F_GETFD) >= 0; };
-    const int borrowed = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const int taken = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    int dup = -1;
-    android::base::unique_fd mine;
-    {
-        Parcel p;
-        for (const android::status_t written : {p.writeFileDescriptor(borrowed), p.writeDupFileDescriptor(borrowed),
-                                                p.writeFileDescriptor(taken, true), p.writeStrongBinder(new BBinder())}) {
-            ASSERT_EQ(written, OK);
-        }
-        EXPECT_TRUE(p.hasFileDescriptors());
-        p.setDataPosition(0);
-        EXPECT_EQ(p.readFileDescriptor(), borrowed);
-        dup = p.readFileDescriptor();
-        EXPECT_NE(dup, borrowed);
-        ASSERT_EQ(p.readUniqueFileDescriptor(&mine), OK);  // a dup of its own
-        EXPECT_NE(mine.get(), taken);
-        EXPECT_EQ(p.readFileDescriptor(), BAD_TYPE);  // a binder is no descriptor
-        EXPECT_EQ(p.dataPosition(), 24u);
-        EXPECT_TRUE(isOpen(dup) && isOpen(taken));
-
-        // Raw bytes carry neither binders nor descriptors.
-        Parcel copy;
-        copy.setData(p.data(), p.dataSize());
-        EXPECT_FALSE(copy.hasFileDescriptors() || copy.objectsCount() > 0);
-        sp<IBinder> binder;
-        EXPECT_EQ(copy.readFileDescriptor(), BAD_TYPE);
-        copy.setDataPosition(24);
-        EXPECT_EQ(copy.readNullableStrongBinder(&binder), BAD_TYPE);
-    }
-    EXPECT_FALSE(isOpen(dup) || isOpen(taken));
-    EXPECT_TRUE(isOpen(borrowed) && isOpen(mine.get()));
-    close(borrowed);
 }
 
 }  // namespace
