@@ -1,5 +1,6 @@
 // The reaper thread: its commands, the manager's create() that starts it,
-// its periodic and woken purges. Tests that start the real reaper run in a
+// and a stop that its wait overwrites (its periodic and woken purges are in
+// the task-manager and daemon tables). Tests that start the real reaper run in a
 // child process: the reaper cannot be stopped once it waits, and a process
 // that exits with it running ends through std::terminate.
 #include <gtest/gtest.h>
@@ -54,41 +55,6 @@ std::function<bool()> purgeOver(uint64_t purges) {
         const ZelReaperSync::State state = ZelReaperSync::state();
         return state.purges >= purges && !state.purging;
     };
-}
-void startQuick(ZelTaskManager& manager) {
-    const int32_t requested = manager.taskStartRequested("sync", "quick", false, -3, nullptr, nullptr, 2);
-    auto quick = manager.getTask("sync", "quick");
-    if (requested != 0 || quick == nullptr ||
-        manager.taskStarted("sync", "quick", quick->getToken(), 0, nullptr, 2, false) != 0) {
-        _exit(11);
-    }
-}
-
-// Nothing but reports wakes a request that arrives during a purge, so the
-// child makes requests only just after a purge, when the next one is a
-// whole period away.
-void purgesPeriodicallyAndWhenWoken() {
-    ZelTestRoot root;
-    zel::hostlog::ZelLogCapture log;
-    auto events = std::make_shared<ZelRecordingEventDispatcher>();
-    auto manager = createReapedManager(root, events);
-    auto purged = [&] { return log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"); };
-    if (!eventually(purged, milliseconds(7000))) _exit(12);  // at once or after one period
-    if (!eventually(purgeOver(1), milliseconds(7000))) _exit(12);
-
-    startQuick(*manager);
-    auto gone = [&] { return manager->getTask("sync", "quick") == nullptr; };
-    if (!eventually(gone, milliseconds(7000))) _exit(13);  // the next periodic purge
-    if (!eventually(purgeOver(2), milliseconds(7000))) _exit(13);
-
-    // A report with running tasks purges long before the period ends.
-    startQuick(*manager);
-    events->deliverMemoryReport(1, 1, 0, 1000);
-    _exit(eventually(gone, milliseconds(3500)) ? 0 : 14);
-}
-
-TEST(ReaperTest, PurgesEveryPeriodAndAtOnceWhenWoken) {
-    EXPECT_EXIT(purgesPeriodicallyAndWhenWoken(), ::testing::ExitedWithCode(0), "");
 }
 
 // The reaper writes its state after each wait, so a stop request that
