@@ -174,9 +174,16 @@ def faultWrongInterface(d, stop):
 def faultMemoryReports(d, stop):
     clients = threading.Thread(target=faultKillClients, args=(d, stop))
     clients.start()
+    handled = 0
     while not stop.is_set():
         status, value = random.choice([(4, "990"), (1, "200")])
         d.zelctl("memory", "--status", str(status), "--value", value, "--threshold", "1000")
+        # Dumps taken while requests, reports and purges run: each one whole,
+        # and a counter never goes back.
+        now = metric(d.dump(), "TaskStartRequestCount")
+        if now < handled:
+            raise AssertionError("TaskStartRequestCount went back from %d to %d" % (handled, now))
+        handled = now
         time.sleep(random.uniform(0, 0.2))
     clients.join()
     d.zelctl("memory", "--status", "1", "--value", "200", "--threshold", "1000")
