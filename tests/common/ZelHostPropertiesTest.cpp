@@ -4,8 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -82,35 +80,4 @@ TEST(ZelHostProperties, RefusesLongValuesBadNamesAndReadOnlyRewrites) {
     EXPECT_EQ(property_set("ro.zel.once", "first"), 0);
     EXPECT_EQ(property_set("ro.zel.once", "second"), -1);
     EXPECT_EQ(readProperty("ro.zel.once"), "first");
-}
-
-// Writers in several processes race on one name; every read sees one whole
-// value that some writer wrote.
-TEST(ZelHostProperties, ConcurrentWritersNeverLeaveATornValue) {
-    ZelTestRoot root;
-    std::set<std::string> written;
-    std::vector<pid_t> writers;
-    for (char c : std::string("abcd")) {
-        const std::string value(80, c);
-        written.insert(value);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            for (int i = 0; i < 300; ++i) {
-                if (property_set("test.race", value.c_str()) != 0) _exit(1);
-            }
-            _exit(0);
-        }
-        writers.push_back(pid);
-    }
-    int reads = 0;
-    for (bool running = true; running; ++reads) {
-        const std::string seen = readProperty("test.race");
-        ASSERT_TRUE(seen == "<unset>" || written.count(seen)) << "torn value: " << seen;
-        running = false;
-        for (pid_t pid : writers) running |= waitpid(pid, nullptr, WNOHANG) == 0;
-    }
-    EXPECT_GT(reads, 0);
-    const auto entries = std::distance(std::filesystem::directory_iterator(root.at("/dev/__properties__")),
-                                       std::filesystem::directory_iterator());
-    EXPECT_EQ(entries, 1) << "temporary files left behind";
 }
