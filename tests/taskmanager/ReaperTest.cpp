@@ -11,7 +11,6 @@
 #include <functional>
 #include <thread>
 
-#include "ZelMetricsRecorder.h"
 #include "ZelTaskManagerTestSupport.h"
 #include "ZelTestWait.h"
 #include <log/log.h>
@@ -32,17 +31,6 @@ TEST(ReaperTest, StopEndsAReaperThatReadsTheExitCommandFirst) {
     EXPECT_FALSE(ZelReaperSync::hasThread());
     EXPECT_FALSE(log.contains(ANDROID_LOG_DEBUG, "Timeout, Purging Tasks"));
     EXPECT_NE(manager->getTask("sync", "alarm"), nullptr);  // no purge ran
-}
-
-TEST(ReaperTest, UnloadablePolicyGivesNoManagerAndNoReaper) {
-    ZelTestRoot root;
-    ZelMetricsRecorder metrics;
-    zel::hostlog::ZelLogCapture log;
-    EXPECT_EQ(ZelTaskManager::create(root.at("/missing.json"), std::make_shared<ZelRecordingEventDispatcher>()),
-              nullptr);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "Failed to create ZelPolicyEngine"));
-    EXPECT_EQ(metrics.total("TaskManager", "PolicyEngineInitFailedCount"), 1);
-    EXPECT_FALSE(ZelReaperSync::hasThread());
 }
 
 // Child process bodies: exit status 0 when every check held.
