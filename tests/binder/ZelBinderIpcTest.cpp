@@ -183,4 +183,19 @@ TEST_F(ZelBinderIpcTest, ACallThatEndsTheServiceIsNamedInItsLogAndTheServiceEnds
             << log;
 }
 
+// A pool whose first thread the system will not make, as on a device: the
+// failure is logged and the process goes on; a thread that joins serves.
+TEST(ZelThreadPoolTest, AFirstThreadTheSystemWillNotMakeIsLoggedAndTheProcessGoesOn) {
+    const std::string name = testServiceName();
+    const std::string errors = binderTestRoot().at("/" + name + ".err");
+    ZelPeerProcess server(ZELD_BINDER_TEST_PEER, {"unthreaded", name}, ZelOutputTo(errors).get());
+    const auto service = waitForTestService(name);
+    ASSERT_NE(service, nullptr);
+    std::vector<uint8_t> out;
+    EXPECT_TRUE(service->echo({3}, &out).isOk());
+    EXPECT_NE(readZelTestFile(errors).find("cannot start the binder thread pool: Resource temporarily unavailable"),
+              std::string::npos)
+            << readZelTestFile(errors);
+}
+
 }  // namespace

@@ -7,9 +7,13 @@
 //   hold <name>           opens raw connections to <name> until it refuses one
 //                         (exit 3 when one is left unanswered), then pings it
 //                         again on one it kept: exit 0 when that is answered
+//   unthreaded <name>     serve, after a startThreadPool() whose thread the
+//                         system would not make
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -29,6 +33,16 @@ using android::IBinder;
 using android::sp;
 using android::binder::Status;
 using com::ostrel::zeld::test::IZelTestCallback;
+
+// The peer links with pthread_create wrapped (CMakeLists.txt): while
+// gThreadsRefused is set, every thread the runtime starts fails as at a
+// thread limit.
+std::atomic<bool> gThreadsRefused{false};
+extern "C" int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*main)(void*),
+                                     void* argument) {
+    return gThreadsRefused ? EAGAIN : __real_pthread_create(thread, attributes, main, argument);
+}
 
 namespace {
 
@@ -116,6 +130,13 @@ int serve(const char* name, int fds) {
     return 0;
 }
 
+int unthreaded(const char* name) {
+    gThreadsRefused = true;
+    android::ProcessState::self()->startThreadPool();
+    gThreadsRefused = false;
+    return serve(name, 0);  // its startThreadPool() starts nothing: the pool was started
+}
+
 int call(const char* name, int count) {
     android::ProcessState::self()->startThreadPool();
     const sp<com::ostrel::zeld::test::IZelTestService> svc = waitForTestService(name);
@@ -149,6 +170,8 @@ int main(int argc, char** argv) {
     if (mode == "serve" && argc <= 4) return serve(argv[2], argc == 4 ? std::atoi(argv[3]) : 0);
     if (mode == "call" && argc == 4) return call(argv[2], std::atoi(argv[3]));
     if (mode == "hold" && argc == 3) return hold(argv[2]);
-    std::fprintf(stderr, "usage: %s serve <name> [fds] | call <name> <count> | hold <name>\n", argv[0]);
+    if (mode == "unthreaded" && argc == 3) return unthreaded(argv[2]);
+    std::fprintf(stderr, "usage: %s serve <name> [fds] | call <name> <count> | hold <name> | unthreaded <name>\n",
+                 argv[0]);
     return 64;
 }

@@ -7,9 +7,11 @@
 
 #include <chrono>
 #include <cstdio>
-#include <thread>
+#include <cstring>
 
 #include <binder/IPCThreadState.h>
+
+#include "ZelBinderLog.h"
 
 namespace zel::binder {
 
@@ -69,7 +71,10 @@ bool ZelThreadPool::markStarted() {
 }
 
 void ZelThreadPool::spawn(bool isMain) {
-    std::thread([this, isMain] { loop(isMain, false); }).detach();
+    // As on a device, a first thread the system will not make is logged and
+    // the process goes on; only a thread that joins the pool serves it then.
+    const int error = startThread(isMain ? &mainThreadMain : &firstThreadMain);
+    if (error != 0) ZEL_BINDER_LOGE("cannot start the binder thread pool: %s", strerror(error));
 }
 
 void ZelThreadPool::join(bool isMain) {
@@ -101,17 +106,31 @@ void ZelThreadPool::spareThreadIfNeeded() {
         if (!mStarted || mStopping || mSpawned.load() >= mMaxThreads.load()) return;
         mSpawned += 1;
     }
-    // pthread_create, not std::thread: a thread that cannot be made now (a
-    // thread or memory limit) is no reason to end the process, and at its
-    // descriptor limit a process must not need one more descriptor to start
-    // a thread (the sanitizers' check of std::thread's state object opens a
-    // pipe).
+    if (startThread(&spareThreadMain) != 0) mSpawned -= 1;
+}
+
+// pthread_create, not std::thread: a thread that cannot be made now (a
+// thread or memory limit) is no reason to end the process, and at its
+// descriptor limit a process must not need one more descriptor to start a
+// thread (the sanitizers' check of std::thread's state object opens a pipe).
+int ZelThreadPool::startThread(void* (*main)(void*)) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t thread;
-    if (pthread_create(&thread, &attributes, &ZelThreadPool::spareThreadMain, this) != 0) mSpawned -= 1;
+    const int error = pthread_create(&thread, &attributes, main, this);
     pthread_attr_destroy(&attributes);
+    return error;
+}
+
+void* ZelThreadPool::mainThreadMain(void* pool) {
+    static_cast<ZelThreadPool*>(pool)->loop(true, false);
+    return nullptr;
+}
+
+void* ZelThreadPool::firstThreadMain(void* pool) {
+    static_cast<ZelThreadPool*>(pool)->loop(false, false);
+    return nullptr;
 }
 
 void* ZelThreadPool::spareThreadMain(void* pool) {

@@ -56,6 +56,10 @@ public:
 
 private:
     void loop(bool isMain, bool counted);
+    // Starts a detached thread running `main(this)`: 0, or pthread_create's error.
+    int startThread(void* (*main)(void*));
+    static void* mainThreadMain(void* pool);
+    static void* firstThreadMain(void* pool);
     static void* spareThreadMain(void* pool);
 
     const pid_t mPid;
