@@ -1,8 +1,8 @@
 // The reaper thread: its commands, the manager's create() that starts it,
 // and a stop that its wait overwrites (its periodic and woken purges are in
-// the task-manager and daemon tables). Tests that start the real reaper run in a
-// child process: the reaper cannot be stopped once it waits, and a process
-// that exits with it running ends through std::terminate.
+// the task-manager and daemon tables). Tests that start the real reaper run
+// in a child process: the reaper cannot be stopped once it waits, and a
+// process that exits with it running ends through std::terminate.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

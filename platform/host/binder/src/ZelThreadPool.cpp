@@ -73,7 +73,7 @@ bool ZelThreadPool::markStarted() {
 void ZelThreadPool::spawn(bool isMain) {
     // As on a device, a first thread the system will not make is logged and
     // the process goes on; only a thread that joins the pool serves it then.
-    const int error = startThread(isMain ? &mainThreadMain : &firstThreadMain);
+    const int error = startThread(isMain ? &threadMain<true, false> : &threadMain<false, false>);
     if (error != 0) ZEL_BINDER_LOGE("cannot start the binder thread pool: %s", strerror(error));
 }
 
@@ -106,7 +106,7 @@ void ZelThreadPool::spareThreadIfNeeded() {
         if (!mStarted || mStopping || mSpawned.load() >= mMaxThreads.load()) return;
         mSpawned += 1;
     }
-    if (startThread(&spareThreadMain) != 0) mSpawned -= 1;
+    if (startThread(&threadMain<false, true>) != 0) mSpawned -= 1;
 }
 
 // pthread_create, not std::thread: a thread that cannot be made now (a
@@ -123,18 +123,9 @@ int ZelThreadPool::startThread(void* (*main)(void*)) {
     return error;
 }
 
-void* ZelThreadPool::mainThreadMain(void* pool) {
-    static_cast<ZelThreadPool*>(pool)->loop(true, false);
-    return nullptr;
-}
-
-void* ZelThreadPool::firstThreadMain(void* pool) {
-    static_cast<ZelThreadPool*>(pool)->loop(false, false);
-    return nullptr;
-}
-
-void* ZelThreadPool::spareThreadMain(void* pool) {
-    static_cast<ZelThreadPool*>(pool)->loop(false, true);
+template <bool isMain, bool counted>
+void* ZelThreadPool::threadMain(void* pool) {
+    static_cast<ZelThreadPool*>(pool)->loop(isMain, counted);
     return nullptr;
 }
 

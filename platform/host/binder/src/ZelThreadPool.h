@@ -58,9 +58,9 @@ private:
     void loop(bool isMain, bool counted);
     // Starts a detached thread running `main(this)`: 0, or pthread_create's error.
     int startThread(void* (*main)(void*));
-    static void* mainThreadMain(void* pool);
-    static void* firstThreadMain(void* pool);
-    static void* spareThreadMain(void* pool);
+    // A pool thread's start routine: loop(isMain, counted) on `pool`.
+    template <bool isMain, bool counted>
+    static void* threadMain(void* pool);
 
     const pid_t mPid;
     android::base::unique_fd mEpollFd;
